@@ -1,0 +1,373 @@
+#include "image_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+// jpeglib.h needs FILE and size_t declared first.
+#include <jerror.h>
+#include <jpeglib.h>
+#include <png.h>
+
+namespace qpx {
+namespace {
+
+// Quotes a path for a message, replacing control characters so the message stays on one line.
+std::string Quote(const std::string& path) {
+  std::string out = "'";
+  for (char c : path) {
+    const auto u = static_cast<unsigned char>(c);
+    out += (u < 0x20 || u == 0x7f) ? '?' : c;
+  }
+  return out + "'";
+}
+
+std::string ErrnoText(int err) {
+  std::string text = std::strerror(err);
+  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+ImageError ReadFailure(const std::string& path, const std::string& reason) {
+  return ImageError("cannot read " + Quote(path) + ": " + reason);
+}
+
+ImageError WriteFailure(const std::string& path, const std::string& reason) {
+  return ImageError("cannot write " + Quote(path) + ": " + reason);
+}
+
+bool SizeOk(uint64_t width, uint64_t height) {
+  return width >= 1 && height >= 1 && width <= kMaxImageSide && height <= kMaxImageSide;
+}
+
+void CheckSize(const std::string& path, uint64_t width, uint64_t height) {
+  if (SizeOk(width, height)) return;
+  throw ImageError(
+      Quote(path) + " is " + std::to_string(width) + " x " + std::to_string(height) + " pixels; " +
+      (width == 0 || height == 0 ? "each side must be at least 1 pixel"
+                                 : "the largest side allowed is " + std::to_string(kMaxImageSide)));
+}
+
+std::vector<uint8_t> AllocatePixels(const std::string& path, uint32_t width, uint32_t height) {
+  try {
+    return std::vector<uint8_t>(size_t{width} * height * 4);
+  } catch (const std::bad_alloc&) {
+    throw ReadFailure(path, "not enough memory for " + std::to_string(width) + " x " +
+                                std::to_string(height) + " pixels");
+  }
+}
+
+struct FileCloser {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+// ---------------------------------------------------------------------------------------------
+// libpng reports errors by longjmp. The functions that call setjmp below are plain C-style code
+// holding no C++ objects, so a longjmp never skips a destructor; their callers own all resources.
+
+struct PngIo {
+  png_structp png;
+  png_infop info;
+  FILE* file;
+  int sysErrno;  // set when the failure came from the OS rather than from the data
+  char message[200];
+};
+
+[[noreturn]] void PngOnError(png_structp png, png_const_charp message) {
+  auto* io = static_cast<PngIo*>(png_get_error_ptr(png));
+  std::snprintf(io->message, sizeof io->message, "%s", message);
+  png_longjmp(png, 1);
+}
+
+// Warnings concern recoverable oddities (e.g. a bad ancillary chunk); not worth stderr noise.
+void PngOnWarning(png_structp, png_const_charp) {}
+
+// Own read function so a short file is reported as such rather than as libpng's "Read Error".
+void PngReadData(png_structp png, png_bytep data, size_t length) {
+  auto* io = static_cast<PngIo*>(png_get_io_ptr(png));
+  if (std::fread(data, 1, length, io->file) == length) return;
+  if (std::ferror(io->file)) {
+    io->sysErrno = errno;
+    png_error(png, "read error");
+  }
+  png_error(png, "unexpected end of file");
+}
+
+void PngWriteData(png_structp png, png_bytep data, size_t length) {
+  auto* io = static_cast<PngIo*>(png_get_io_ptr(png));
+  if (std::fwrite(data, 1, length, io->file) != length) {
+    io->sysErrno = errno;
+    png_error(png, "write error");
+  }
+}
+
+void PngFlush(png_structp) {}  // WritePng flushes and syncs once at the end
+
+bool PngReadHeader(PngIo* io) {
+  if (setjmp(png_jmpbuf(io->png))) return false;
+  png_read_info(io->png, io->info);
+  return true;
+}
+
+bool PngReadPixels(PngIo* io, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(io->png))) return false;
+  png_set_expand(io->png);    // palette -> RGB, gray 1/2/4 -> 8 bit, tRNS -> alpha
+  png_set_scale_16(io->png);  // 16 -> 8 bit with rounding
+  png_set_gray_to_rgb(io->png);
+  png_set_add_alpha(io->png, 0xff, PNG_FILLER_AFTER);  // only affects images without alpha
+  png_set_interlace_handling(io->png);
+  png_read_update_info(io->png, io->info);
+  if (png_get_rowbytes(io->png, io->info) != size_t{png_get_image_width(io->png, io->info)} * 4) {
+    png_error(io->png, "unexpected row size after conversion");
+  }
+  png_read_image(io->png, rows);
+  png_read_end(io->png, nullptr);  // checks the rest of the file, e.g. the last IDAT CRC
+  return true;
+}
+
+bool PngWriteRows(PngIo* io, const Image* image, bool withAlpha) {
+  if (setjmp(png_jmpbuf(io->png))) return false;
+  png_set_IHDR(io->png, io->info, static_cast<png_uint_32>(image->width),
+               static_cast<png_uint_32>(image->height), 8,
+               withAlpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(io->png, io->info);
+  if (!withAlpha) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // rows stay RGBA; drop the A
+  const size_t stride = size_t(image->width) * 4;
+  for (int32_t y = 0; y < image->height; ++y) {
+    png_write_row(io->png, image->rgba.data() + stride * size_t(y));
+  }
+  png_write_end(io->png, nullptr);
+  return true;
+}
+
+ImageError PngReadFailure(const std::string& path, const PngIo& io) {
+  if (io.sysErrno != 0) return ReadFailure(path, ErrnoText(io.sysErrno));
+  return ImageError(Quote(path) + ": corrupt PNG data (" + io.message + ")");
+}
+
+Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, size_t headSize) {
+  // Reject bad sizes from the raw IHDR: libpng itself rejects 0 or huge sides only with a vague
+  // "Invalid IHDR data".
+  if (headSize >= 24 && std::memcmp(head + 12, "IHDR", 4) == 0) {
+    auto be32 = [&](size_t at) {
+      return uint32_t{head[at]} << 24 | uint32_t{head[at + 1]} << 16 | uint32_t{head[at + 2]} << 8 |
+             uint32_t{head[at + 3]};
+    };
+    CheckSize(path, be32(16), be32(20));
+  }
+
+  PngIo io{};
+  io.file = file;
+  io.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &io, PngOnError, PngOnWarning);
+  if (io.png != nullptr) io.info = png_create_info_struct(io.png);
+  struct Destroy {
+    PngIo* io;
+    ~Destroy() { png_destroy_read_struct(&io->png, &io->info, nullptr); }
+  } destroy{&io};
+  if (io.png == nullptr || io.info == nullptr) throw ReadFailure(path, "out of memory");
+  png_set_read_fn(io.png, &io, PngReadData);
+
+  if (!PngReadHeader(&io)) throw PngReadFailure(path, io);
+  const png_uint_32 width = png_get_image_width(io.png, io.info);
+  const png_uint_32 height = png_get_image_height(io.png, io.info);
+  CheckSize(path, width, height);
+
+  Image image;
+  image.width = static_cast<int32_t>(width);
+  image.height = static_cast<int32_t>(height);
+  image.hasAlpha = (png_get_color_type(io.png, io.info) & PNG_COLOR_MASK_ALPHA) != 0 ||
+                   png_get_valid(io.png, io.info, PNG_INFO_tRNS) != 0;
+  image.rgba = AllocatePixels(path, width, height);
+  std::vector<png_bytep> rows(height);
+  for (png_uint_32 y = 0; y < height; ++y) rows[y] = image.rgba.data() + size_t{y} * width * 4;
+  if (!PngReadPixels(&io, rows.data())) throw PngReadFailure(path, io);
+  return image;
+}
+
+// ---------------------------------------------------------------------------------------------
+// libjpeg: same scheme, with error_exit longjmp-ing back into the C-style functions below.
+
+struct JpegIo {
+  jpeg_decompress_struct cinfo;
+  jpeg_error_mgr err;
+  jmp_buf jump;
+  char message[JMSG_LENGTH_MAX];
+};
+
+[[noreturn]] void JpegOnError(j_common_ptr cinfo) {
+  auto* io = static_cast<JpegIo*>(cinfo->client_data);
+  cinfo->err->format_message(cinfo, io->message);
+  std::longjmp(io->jump, 1);
+}
+
+void JpegOnMessage(j_common_ptr cinfo, int level) {
+  // libjpeg only warns about a truncated file and pads it with gray; treat it as the error it is.
+  // Other warnings and trace messages are dropped instead of going to stderr.
+  if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF) JpegOnError(cinfo);
+}
+
+void JpegOutput(j_common_ptr) {}
+
+bool JpegReadHeader(JpegIo* io, FILE* file) {
+  if (setjmp(io->jump)) return false;
+  jpeg_create_decompress(&io->cinfo);
+  jpeg_stdio_src(&io->cinfo, file);
+  jpeg_read_header(&io->cinfo, TRUE);
+  return true;
+}
+
+// Decodes as RGB straight into the RGBA buffer, widening each row in place from its end.
+bool JpegReadPixels(JpegIo* io, uint8_t* rgba) {
+  if (setjmp(io->jump)) return false;
+  io->cinfo.out_color_space = JCS_RGB;
+  jpeg_start_decompress(&io->cinfo);
+  const size_t width = io->cinfo.output_width;
+  while (io->cinfo.output_scanline < io->cinfo.output_height) {
+    JSAMPROW row = rgba + size_t{io->cinfo.output_scanline} * width * 4;
+    jpeg_read_scanlines(&io->cinfo, &row, 1);
+    for (size_t x = width; x-- > 0;) {
+      row[x * 4 + 3] = 255;
+      row[x * 4 + 2] = row[x * 3 + 2];
+      row[x * 4 + 1] = row[x * 3 + 1];
+      row[x * 4 + 0] = row[x * 3 + 0];
+    }
+  }
+  jpeg_finish_decompress(&io->cinfo);
+  return true;
+}
+
+Image ReadJpeg(const std::string& path, FILE* file) {
+  JpegIo io{};
+  io.cinfo.err = jpeg_std_error(&io.err);
+  io.err.error_exit = JpegOnError;
+  io.err.emit_message = JpegOnMessage;
+  io.err.output_message = JpegOutput;
+  io.cinfo.client_data = &io;
+  // Safe even if creation failed: jpeg_destroy does nothing while cinfo.mem is null.
+  struct Destroy {
+    JpegIo* io;
+    ~Destroy() { jpeg_destroy_decompress(&io->cinfo); }
+  } destroy{&io};
+  auto corrupt = [&] {
+    return ImageError(Quote(path) + ": corrupt JPEG data (" + io.message + ")");
+  };
+
+  if (!JpegReadHeader(&io, file)) throw corrupt();
+  if (io.cinfo.jpeg_color_space == JCS_CMYK || io.cinfo.jpeg_color_space == JCS_YCCK) {
+    throw ImageError(Quote(path) + " is a CMYK JPEG file, which is not supported");
+  }
+  CheckSize(path, io.cinfo.image_width, io.cinfo.image_height);
+
+  Image image;
+  image.width = static_cast<int32_t>(io.cinfo.image_width);
+  image.height = static_cast<int32_t>(io.cinfo.image_height);
+  image.rgba = AllocatePixels(path, io.cinfo.image_width, io.cinfo.image_height);
+  if (!JpegReadPixels(&io, image.rgba.data())) throw corrupt();
+  return image;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+// Creates a new file next to `path`. open(O_EXCL, 0666) rather than mkstemp so that the result
+// gets the usual umask-based permissions instead of 0600.
+int CreateTempFile(const std::string& path, std::string* tempPath) {
+  static std::atomic<unsigned> counter{0};
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    *tempPath = path + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
+    const int fd = open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
+  errno = EEXIST;
+  return -1;
+}
+
+}  // namespace
+
+Image ReadImage(const std::string& path) {
+  FilePtr file(std::fopen(path.c_str(), "rb"));
+  if (!file) throw ReadFailure(path, errno == ENOENT ? "no such file" : ErrnoText(errno));
+
+  unsigned char head[24];
+  const size_t headSize = std::fread(head, 1, sizeof head, file.get());
+  if (std::ferror(file.get())) throw ReadFailure(path, ErrnoText(errno));
+  if (std::fseek(file.get(), 0, SEEK_SET) != 0) throw ReadFailure(path, ErrnoText(errno));
+
+  static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+  if (headSize >= 8 && std::memcmp(head, kPngSignature, 8) == 0) {
+    return ReadPng(path, file.get(), head, headSize);
+  }
+  if (headSize >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff) {
+    return ReadJpeg(path, file.get());
+  }
+  throw ImageError(Quote(path) + " is not a PNG or JPEG file");
+}
+
+void WritePng(const std::string& path, const Image& image, bool withAlpha) {
+  if (path.empty()) throw WriteFailure(path, "empty file name");
+  if (image.width < 1 || image.height < 1 ||
+      !SizeOk(uint64_t(image.width), uint64_t(image.height))) {
+    throw WriteFailure(path, "invalid image size " + std::to_string(image.width) + " x " +
+                                 std::to_string(image.height));
+  }
+  if (image.rgba.size() != size_t(image.width) * size_t(image.height) * 4) {
+    throw WriteFailure(path, "pixel buffer holds " + std::to_string(image.rgba.size()) +
+                                 " bytes instead of width * height * 4");
+  }
+
+  std::string tempPath;
+  const int fd = CreateTempFile(path, &tempPath);
+  if (fd < 0) throw WriteFailure(path, errno == ENOENT ? "no such directory" : ErrnoText(errno));
+  // Until the rename succeeds the temporary file is closed and removed on every way out.
+  struct Temp {
+    const std::string& path;
+    FILE* file = nullptr;
+    bool keep = false;
+    ~Temp() {
+      if (file != nullptr) std::fclose(file);
+      if (!keep) unlink(path.c_str());
+    }
+  } temp{tempPath};
+  temp.file = fdopen(fd, "wb");
+  if (temp.file == nullptr) {
+    const int err = errno;
+    close(fd);
+    throw WriteFailure(path, ErrnoText(err));
+  }
+
+  PngIo io{};
+  io.file = temp.file;
+  io.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &io, PngOnError, PngOnWarning);
+  if (io.png != nullptr) io.info = png_create_info_struct(io.png);
+  struct Destroy {
+    PngIo* io;
+    ~Destroy() { png_destroy_write_struct(&io->png, &io->info); }
+  } destroy{&io};
+  if (io.png == nullptr || io.info == nullptr) throw WriteFailure(path, "out of memory");
+  png_set_write_fn(io.png, &io, PngWriteData, PngFlush);
+
+  if (!PngWriteRows(&io, &image, withAlpha)) {
+    throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
+  }
+  // Data must be on disk before the rename makes it visible, or a crash could leave an empty file.
+  if (std::fflush(temp.file) != 0 || fsync(fileno(temp.file)) != 0) {
+    throw WriteFailure(path, ErrnoText(errno));
+  }
+  FILE* file = temp.file;
+  temp.file = nullptr;
+  if (std::fclose(file) != 0) throw WriteFailure(path, ErrnoText(errno));
+  if (std::rename(tempPath.c_str(), path.c_str()) != 0) throw WriteFailure(path, ErrnoText(errno));
+  temp.keep = true;
+}
+
+}  // namespace qpx
