@@ -1,6 +1,7 @@
 // How a booted emulated host is configured.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -17,6 +18,11 @@ struct HostConfig {
   AppKind app = AppKind::Console;
   // Service names, class names and method declarations this host lacks.
   std::set<std::string> unavailable;
+  // Desktop pictures: the bitmap layout (alpha-info code 1 to 6) of pictures without and with
+  // an alpha channel, and extra bytes at the end of each row.
+  int32_t desktopLayout = 5;
+  int32_t desktopAlphaLayout = 1;
+  int32_t rowPadding = 0;
 };
 
 const char* AppKindName(AppKind kind);

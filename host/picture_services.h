@@ -1,17 +1,39 @@
-// Picture services of the emulated host.
+// Pictures, masks and graphics of the emulated host, and the services that reach them.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
+
+#include "host_picture.h"
 
 namespace qpxhost {
 
 class Host;
-class HostObject;
+
+struct PictureOptions {
+  bool hasAlpha = false;
+  int32_t depth = 32;
+  std::optional<int32_t> layout;  // default: the host's layout for pictures of that kind
+  bool lockable = true;
+};
+
+// A new picture in the booted host's storage, carrying one reference (the caller's).
+HostPicture* NewHostPicture(Host& host, int32_t width, int32_t height,
+                            const PictureOptions& options = {});
 
 // The picture service of that name, or null.
 void* FindPictureService(const std::string& serviceName);
-// "Picture" through "PluginNewInstance" (an empty 0 x 0 picture until its constructor runs);
-// null for any other class.
+// "Picture" through "PluginNewInstance": a picture with alpha channel, 0 x 0 until its
+// constructor runs. Null for any other class.
 HostObject* NewPictureInstance(Host& host, const std::string& className);
+
+// A graphics object draws into its picture.
+class HostGraphics : public HostObject {
+ public:
+  explicit HostGraphics(HostPicture* picture) : HostObject("Graphics"), picture(picture) {}
+  std::vector<HostObject*> HeldReferences() const override { return {picture}; }
+  HostPicture* picture;  // one reference held
+};
 
 }  // namespace qpxhost

@@ -1,0 +1,78 @@
+// Pictures of the emulated host. Desktop applications keep a picture's pixels in a bitmap
+// context (32 bits a pixel in one of the layouts 1 to 6, rows possibly padded); console and web
+// applications keep them in rows reached through the console record's row table (B, G, R and
+// a fourth byte), rows placed apart from each other, last row first.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "REALplugin.h"
+#include "host_object.h"
+
+namespace qpxhost {
+
+// What the host's bitmap-context functions read.
+struct BitmapContext {
+  void* data = nullptr;
+  size_t bitsPerPixel = 0;
+  size_t width = 0;
+  size_t height = 0;
+  size_t bytesPerRow = 0;
+  uint32_t alphaInfo = 0;
+};
+
+struct RGBA {
+  uint8_t r = 0, g = 0, b = 0, a = 255;
+  bool operator==(const RGBA&) const = default;
+};
+
+enum class PictureStorage { Bitmap, Console };
+
+class HostPicture : public HostObject {
+ public:
+  // `layout`: 1 to 6 for bitmap storage (ignored for console storage). `rowPadding`: extra
+  // bytes after each bitmap row.
+  HostPicture(PictureStorage storage, int32_t width, int32_t height, int32_t depth, bool hasAlpha,
+              int32_t layout, int32_t rowPadding);
+  // (Re)allocates the pixels for a new size, all zero.
+  void Allocate(int32_t width, int32_t height);
+
+  // Address of row y (0 <= y < height).
+  uint8_t* Row(int32_t y);
+  // Colour of a pixel as the picture shows it (premultiplied layouts are divided back).
+  RGBA Get(int32_t x, int32_t y) const;
+  void Set(int32_t x, int32_t y, RGBA colour);
+
+  std::vector<HostObject*> HeldReferences() const override;
+
+  PictureStorage storage;
+  int32_t width = 0, height = 0, depth = 32;
+  bool hasAlpha = false;
+  int32_t layout;  // 1 to 6, or 8 for console storage
+  int32_t rowPadding;
+  int32_t rowBytes = 0;
+
+  // Bitmap storage.
+  std::vector<uint8_t> bitmap;
+  BitmapContext context;
+  // Console storage: the rows in one block (last row first, with gaps), the row table and the
+  // record a type-10 description points at.
+  std::vector<uint8_t> consoleBlock;
+  std::vector<uint8_t*> rowTable;
+  std::vector<uintptr_t> record;
+
+  // False for a picture without pixels of its own to hand out (as the host's vector
+  // pictures): its description never locks, though drawing it still renders it.
+  bool lockable = true;
+  HostPicture* mask = nullptr;  // one reference held
+  int clearCacheCount = 0;
+  int lockCount = 0;         // descriptions locked and not yet unlocked
+  int unmatchedUnlocks = 0;  // unlocks without a lock (older hosts' callers make these)
+
+ private:
+  const uint8_t* Pixel(int32_t x, int32_t y) const;
+};
+
+}  // namespace qpxhost

@@ -1,0 +1,259 @@
+// Pictures, masks and graphics of the emulated host.
+#include <gtest/gtest.h>
+
+#include "host_fixture.h"
+#include "picture_services.h"
+
+namespace {
+
+using qpxhost::AppKind;
+using qpxhost::Host;
+using qpxhost::HostConfig;
+using qpxhost::HostPicture;
+using qpxhost::PictureOptions;
+using qpxhost::RGBA;
+using qpxtest::HostTest;
+
+template <typename Fn>
+Fn Service(const char* name) {
+  return reinterpret_cast<Fn>(Host::Resolve(name));
+}
+REALpicture Ref(qpxhost::HostObject* object) {
+  return reinterpret_cast<REALpicture>(object);
+}
+
+HostConfig Kind(AppKind app) {
+  HostConfig config;
+  config.app = app;
+  return config;
+}
+
+struct LayoutCase {
+  int layout;
+  bool alpha;
+};
+
+class PixelLayout : public HostTest, public ::testing::WithParamInterface<LayoutCase> {};
+
+TEST_P(PixelLayout, StoresChannelsAtTheirBytes) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  PictureOptions options;
+  options.layout = GetParam().layout;
+  options.hasAlpha = GetParam().alpha;
+  HostPicture* picture = NewHostPicture(host, 2, 1, options);
+  picture->Set(1, 0, {10, 20, 30, GetParam().alpha ? uint8_t{255} : uint8_t{7}});
+  const uint8_t* p = picture->Row(0) + 4;
+  switch (GetParam().layout) {
+    case 1:
+    case 3:
+    case 5:
+      EXPECT_EQ((std::vector<int>{p[0], p[1], p[2], p[3]}), (std::vector<int>{10, 20, 30, 255}));
+      break;
+    default:
+      EXPECT_EQ((std::vector<int>{p[0], p[1], p[2], p[3]}), (std::vector<int>{255, 10, 20, 30}));
+  }
+  EXPECT_EQ(picture->Get(1, 0), (RGBA{10, 20, 30, 255}));
+  host.Unlock(picture);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, PixelLayout,
+                         ::testing::Values(LayoutCase{1, false}, LayoutCase{2, false},
+                                           LayoutCase{3, false}, LayoutCase{4, false},
+                                           LayoutCase{5, false}, LayoutCase{6, false},
+                                           LayoutCase{1, true}, LayoutCase{2, true}));
+
+TEST_F(HostTest, PremultipliedLayoutsStorePremultipliedColour) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  PictureOptions options;
+  options.hasAlpha = true;
+  options.layout = 1;
+  HostPicture* picture = NewHostPicture(host, 1, 1, options);
+  picture->Set(0, 0, {200, 100, 0, 128});
+  EXPECT_EQ(picture->Row(0)[0], (200 * 128 + 127) / 255);
+  EXPECT_EQ(picture->Row(0)[3], 128);
+  EXPECT_EQ(picture->Get(0, 0).a, 128);
+  EXPECT_NEAR(picture->Get(0, 0).r, 200, 1);
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, ConsolePixelsAreBgrWithAColourlessFourthByte) {
+  auto& host = Boot(Kind(AppKind::Console), false);
+  HostPicture* picture = NewHostPicture(host, 1, 2);
+  picture->Set(0, 1, {10, 20, 30, 255});
+  const uint8_t* p = picture->Row(1);
+  EXPECT_EQ((std::vector<int>{p[0], p[1], p[2], p[3]}), (std::vector<int>{30, 20, 10, 0}));
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, PropertiesOfPictures) {
+  auto& host = Boot(Kind(AppKind::Console), false);
+  PictureOptions options;
+  options.hasAlpha = true;
+  HostPicture* picture = NewHostPicture(host, 7, 3, options);
+  auto getInt = Service<REALGetPropValueInt32Fn>("REALGetPropValueInt");
+  auto getBool = Service<REALGetPropValueUInt8Fn>("REALGetPropValueBool");
+  int32_t value = 0;
+  uint8_t flag = 0;
+  EXPECT_TRUE(getInt(reinterpret_cast<REALobject>(picture), "Width", &value));
+  EXPECT_EQ(value, 7);
+  EXPECT_TRUE(getInt(reinterpret_cast<REALobject>(picture), "Height", &value));
+  EXPECT_EQ(value, 3);
+  EXPECT_FALSE(getInt(reinterpret_cast<REALobject>(picture), "Depth", &value));
+  EXPECT_TRUE(getBool(reinterpret_cast<REALobject>(picture), "HasAlphaChannel", &flag));
+  EXPECT_EQ(flag, 1);
+  EXPECT_FALSE(getInt(nullptr, "Width", &value));
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, DescriptionsLockByKind) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  auto lock = Service<REALLockPictureDescriptionFn>("REALLockPictureDescription");
+  auto unlock = Service<REALUnlockPictureDescriptionFn>("unlockPictureDescription");
+  HostPicture* picture = NewHostPicture(host, 4, 2);
+  REALpictureDescription description{};
+  EXPECT_FALSE(lock(Ref(picture), &description, kPictureTypeConsole));
+  ASSERT_TRUE(lock(Ref(picture), &description, kPictureTypeBitmapContext));
+  EXPECT_EQ(description.pictureType, 8);
+  EXPECT_EQ(description.width, 4);
+  auto* context = static_cast<qpxhost::BitmapContext*>(description.pictureData);
+  EXPECT_EQ(context->bitsPerPixel, 32u);
+  EXPECT_EQ(context->bytesPerRow, 16u);
+  EXPECT_EQ(context->alphaInfo, 5u);
+  EXPECT_EQ(picture->lockCount, 1);
+  unlock(Ref(picture));
+  unlock(Ref(picture));
+  EXPECT_EQ(picture->lockCount, 0);
+  EXPECT_EQ(picture->unmatchedUnlocks, 1);
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, NewPictureAndConstructor) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  auto newPicture = Service<REALNewPictureFn>("newPicture");
+  REALpicture made = newPicture(3, 2, 32);
+  ASSERT_NE(made, nullptr);
+  EXPECT_EQ(host.RefCount(made), 1);
+  EXPECT_EQ(newPicture(-1, 2, 32), nullptr);
+  EXPECT_EQ(newPicture(100000, 100000, 32), nullptr);
+
+  auto newInstance = Service<REALnewInstanceFn>("PluginNewInstance");
+  auto loadMethod = Service<REALLoadObjectMethodFn>("REALLoadObjectMethod");
+  REALobject withAlpha = newInstance("Picture");
+  auto* picture = dynamic_cast<HostPicture*>(host.Find(withAlpha, "test"));
+  ASSERT_NE(picture, nullptr);
+  EXPECT_TRUE(picture->hasAlpha);
+  EXPECT_EQ(picture->width, 0);
+  auto constructor = reinterpret_cast<void (*)(REALobject, int32_t, int32_t)>(
+      loadMethod(withAlpha, "Constructor(width as integer, height as integer)"));
+  ASSERT_NE(constructor, nullptr);
+  constructor(withAlpha, 5, 6);
+  EXPECT_EQ(picture->width, 5);
+  EXPECT_EQ(picture->height, 6);
+  EXPECT_EQ(picture->layout, 1);
+  EXPECT_EQ(loadMethod(withAlpha, "NoSuchMethod()"), nullptr);
+  host.Unlock(picture);
+  host.Unlock(host.Find(made, "test"));
+}
+
+TEST_F(HostTest, MasksAreMadeOnRequestAndReturnedWithAReference) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  auto getMask = Service<REALGetPictureMaskFn>("REALGetPictureMask");
+  HostPicture* picture = NewHostPicture(host, 3, 3);
+  EXPECT_EQ(getMask(Ref(picture), false), nullptr);
+  REALpicture mask = getMask(Ref(picture), true);
+  ASSERT_NE(mask, nullptr);
+  EXPECT_EQ(host.RefCount(mask), 2);  // the picture's and the caller's
+  EXPECT_EQ(getMask(Ref(picture), false), mask);
+  EXPECT_EQ(host.RefCount(mask), 3);
+  host.Unlock(host.Find(mask, "test"));
+  host.Unlock(host.Find(mask, "test"));
+  host.Unlock(picture);  // takes its mask with it
+}
+
+TEST_F(HostTest, CopyMaskAndMaskSetter) {
+  auto& host = Boot(Kind(AppKind::Console), false);
+  auto loadMethod = Service<REALLoadObjectMethodFn>("REALLoadObjectMethod");
+  PictureOptions options;
+  options.hasAlpha = true;
+  HostPicture* picture = NewHostPicture(host, 2, 1, options);
+  picture->Set(1, 0, {1, 2, 3, 55});
+  auto copyMask = reinterpret_cast<REALpicture (*)(REALpicture)>(
+      loadMethod(reinterpret_cast<REALobject>(picture), "CopyMask as Picture"));
+  ASSERT_NE(copyMask, nullptr);
+  REALpicture mask = copyMask(Ref(picture));
+  ASSERT_NE(mask, nullptr);
+  auto* maskPicture = dynamic_cast<HostPicture*>(host.Find(mask, "test"));
+  EXPECT_EQ(maskPicture->Get(1, 0).r, 200);  // 255 - alpha: 255 is transparent
+  EXPECT_EQ(maskPicture->Get(0, 0).r, 255);
+
+  HostPicture* plain = NewHostPicture(host, 2, 1);
+  EXPECT_EQ(copyMask(Ref(plain)), nullptr);
+  auto setMask = reinterpret_cast<void (*)(REALpicture, REALpicture)>(
+      loadMethod(reinterpret_cast<REALobject>(plain), "Mask(assigns newMask As Picture)"));
+  ASSERT_NE(setMask, nullptr);
+  setMask(Ref(plain), mask);
+  EXPECT_EQ(plain->mask, maskPicture);
+  EXPECT_EQ(host.RefCount(mask), 2);
+  host.Unlock(maskPicture);
+  host.Unlock(plain);
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, GraphicsDrawPictureCopiesAndScales) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  auto getGraphics = Service<REALGetPictureGraphicsFn>("pluginPictureGraphicsGetter");
+  auto loadMethod = Service<REALLoadObjectMethodFn>("REALLoadObjectMethod");
+  HostPicture* source = NewHostPicture(host, 2, 2);
+  HostPicture* target = NewHostPicture(host, 4, 4);
+  source->Set(1, 1, {9, 8, 7, 255});
+  REALgraphics graphics = getGraphics(Ref(target));
+  ASSERT_NE(graphics, nullptr);
+  EXPECT_EQ(host.RefCount(target), 2);
+  auto draw = reinterpret_cast<void (*)(REALgraphics, REALpicture, int32_t, int32_t, int32_t,
+                                        int32_t, int32_t, int32_t, int32_t, int32_t)>(
+      loadMethod(graphics,
+                 "DrawPicture(Image as Picture, x as Integer, y as Integer, w as Integer, h as "
+                 "Integer, sx as Integer = 0, sy as Integer = 0, sw as Integer = -10000, sh as "
+                 "Integer = -10000)"));
+  ASSERT_NE(draw, nullptr);
+  draw(graphics, Ref(source), 0, 0, 4, 4, 0, 0, 2, 2);  // doubled, nearest pixel
+  EXPECT_EQ(target->Get(3, 3), (RGBA{9, 8, 7, 255}));
+  EXPECT_EQ(target->Get(2, 2), (RGBA{9, 8, 7, 255}));
+  EXPECT_EQ(target->Get(1, 1), (RGBA{0, 0, 0, 255}));
+  host.Unlock(host.Find(graphics, "test"));
+  EXPECT_EQ(host.RefCount(target), 1);
+  host.Unlock(source);
+  host.Unlock(target);
+}
+
+TEST_F(HostTest, ConsolePicturesHaveNoGraphics) {
+  auto& host = Boot(Kind(AppKind::Web), false);
+  HostPicture* picture = NewHostPicture(host, 1, 1);
+  EXPECT_EQ(Service<REALGetPictureGraphicsFn>("pluginPictureGraphicsGetter")(Ref(picture)),
+            nullptr);
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, BuildPictureFromBufferCopiesRows) {
+  auto& host = Boot(Kind(AppKind::Console), false);
+  uint8_t pixels[2 * 12] = {};
+  pixels[12] = 99;  // row 1, pixel 0, first byte
+  REALpicture made =
+      Service<REALBuildPictureFromBufferFn>("REALBuildPictureFromBuffer")(2, 2, 1, pixels, 12);
+  auto* picture = dynamic_cast<HostPicture*>(host.Find(made, "test"));
+  ASSERT_NE(picture, nullptr);
+  EXPECT_EQ(picture->Row(1)[0], 99);
+  host.Unlock(picture);
+}
+
+TEST_F(HostTest, PictureServicesCountCacheClears) {
+  auto& host = Boot(Kind(AppKind::Console), false);
+  HostPicture* picture = NewHostPicture(host, 1, 1);
+  auto clear = Service<REALPictureClearCacheFn>("REALPictureClearCache");
+  clear(Ref(picture));
+  clear(Ref(picture));
+  EXPECT_EQ(picture->clearCacheCount, 2);
+  host.Unlock(picture);
+}
+
+}  // namespace
