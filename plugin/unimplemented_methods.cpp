@@ -16,7 +16,3 @@ REALpicture PictureResizeImageAndMaskQPX(REALpicture, int32_t, int32_t, int8_t, 
 REALpicture PictureScalingQPX(REALpicture, int32_t, int32_t, int32_t, int32_t) {
   return nullptr;
 }
-
-REALpicture BlurQPX(REALpicture, double, int32_t) {
-  return nullptr;
-}

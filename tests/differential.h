@@ -1,0 +1,53 @@
+// Checking one call of a picture method against what a reference says it must give: the
+// result's identity, references and every pixel byte, the receiver left as it was, and a host
+// holding nothing once the test releases what it made.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "host.h"
+#include "host_fixture.h"
+#include "picture_bytes.h"
+#include "random_pictures.h"
+
+namespace qpxtest {
+
+struct ExpectedPicture {
+  enum class Kind {
+    Nil,         // nil
+    Receiver,    // the receiver itself, with one reference added
+    NewPicture,  // a new picture without alpha channel, carrying one reference
+  };
+  Kind kind = Kind::Nil;
+  RawPicture pixels;  // NewPicture: every byte of every row, in the result's layout
+
+  static ExpectedPicture Nil() { return {}; }
+  static ExpectedPicture Receiver() { return {Kind::Receiver, {}}; }
+  static ExpectedPicture New(RawPicture pixels) { return {Kind::NewPicture, std::move(pixels)}; }
+};
+
+// Calls `method` on `receiver` (which may be nil) with `arguments` and checks the result
+// against `expected`. Takes over the caller's reference to `receiver`, releases it and the
+// result, and expects the host to hold no objects afterwards and to have seen no misuse.
+void CheckPictureCall(qpxhost::Host& host, qpxhost::HostPicture* receiver,
+                      const std::string& method, std::vector<qpxhost::Value> arguments,
+                      const ExpectedPicture& expected);
+
+// A test run once in each host configuration, with a fresh copy of the module loaded.
+class HostVariantTest : public HostTest, public ::testing::WithParamInterface<HostVariant> {
+ protected:
+  qpxhost::Host& BootVariant() { return Boot(GetParam().config); }
+  int32_t NewFormat() const { return NewPictureFormat(GetParam().config); }
+};
+
+// Test names for the variants.
+struct HostVariantName {
+  std::string operator()(const ::testing::TestParamInfo<HostVariant>& info) const {
+    return info.param.name;
+  }
+};
+
+}  // namespace qpxtest

@@ -1,0 +1,65 @@
+// Source pictures for differential tests: sizes, contents and layouts drawn from fixed seeds,
+// and the host configurations worth running them in.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "host.h"
+#include "host_picture.h"
+
+namespace qpxtest {
+
+enum class Pattern {
+  Noise,               // every byte random
+  HorizontalGradient,  // channels ramp from left to right
+  VerticalGradient,    // channels ramp from top to bottom
+  DiagonalGradient,
+  Checkerboard,  // two colours in square cells of 1 to 4 pixels
+  SinglePixel,   // one random pixel on black
+  Uniform,       // one colour
+  Stripes,       // alternating one-pixel lines of two colours
+  Extremes,      // every channel 0 or 255
+};
+constexpr int kPatternCount = 9;
+const char* PatternName(Pattern pattern);
+
+// A source picture. All four bytes of each pixel are set raw from the pattern, the fourth
+// one (alpha, or the unused byte) included, so methods that must not read it show when they do.
+struct PictureRecipe {
+  int32_t width = 1;
+  int32_t height = 1;
+  bool hasAlpha = false;
+  std::optional<int32_t> layout;  // default: the host's layout for the picture's kind
+  Pattern pattern = Pattern::Noise;
+  uint32_t seed = 0;
+  std::string Describe() const;
+};
+
+// The picture in the booted host, carrying one reference (the caller's).
+qpxhost::HostPicture* MakePicture(qpxhost::Host& host, const PictureRecipe& recipe);
+
+// `count` recipes from `seed`: 1 x 1, 1 x N and N x 1 first, then mostly small pictures, some
+// medium and a few up to `maxSide` a side, every pattern in turn; half of them with an alpha
+// channel when `alpha` is set.
+std::vector<PictureRecipe> RandomPictureRecipes(uint32_t seed, int count, int32_t maxSide,
+                                                bool alpha);
+
+// A host configuration with a name usable in test names.
+struct HostVariant {
+  std::string name;
+  qpxhost::HostConfig config;
+};
+std::ostream& operator<<(std::ostream& out, const HostVariant& variant);
+
+// Desktop hosts with every layout 1 to 6 for pictures without alpha channel, both layouts
+// (1, 2) for pictures with one, rows packed and padded; a console and a web host.
+std::vector<HostVariant> AllHostVariants();
+// The layout of a new 32-bit picture without alpha channel in that host.
+int32_t NewPictureFormat(const qpxhost::HostConfig& config);
+
+}  // namespace qpxtest
