@@ -7,10 +7,12 @@
 
 namespace qpx {
 
-void AddHostOptions(CLI::App& command, HostOptions& options) {
-  command.add_option("--host", options.host, "Kind of host application")
-      ->check(CLI::IsMember({"desktop", "console", "web"}))
-      ->capture_default_str();
+void AddHostOptions(CLI::App& command, HostOptions& options, bool withHostKind) {
+  if (withHostKind) {
+    command.add_option("--host", options.host, "Kind of host application")
+        ->check(CLI::IsMember({"desktop", "console", "web"}))
+        ->capture_default_str();
+  }
   command
       .add_option("--host-version", options.hostVersion,
                   "Version the host reports, or 'none' for a host without a version service")

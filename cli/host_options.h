@@ -14,7 +14,8 @@ struct HostOptions {
   std::string plugin;  // empty: the module beside qpx
 };
 
-void AddHostOptions(CLI::App& command, HostOptions& options);
+// `withHostKind` false leaves out --host, for commands that choose the kinds themselves.
+void AddHostOptions(CLI::App& command, HostOptions& options, bool withHostKind = true);
 // Throws CLI::ValidationError for a bad version.
 qpxhost::HostConfig MakeHostConfig(const HostOptions& options);
 std::string PluginPath(const HostOptions& options);

@@ -3,12 +3,17 @@
 #include <cstdio>
 #include <exception>
 
+#include "demo_command.h"
 #include "info_command.h"
+#include "picture_commands.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"qpx: runs the picture plug-in's methods on image files through an emulated host"};
   app.require_subcommand(1);
   qpx::AddInfoCommand(app);
+  qpx::AddConvertCommand(app);
+  qpx::AddBlurCommand(app);
+  qpx::AddDemoCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -1,0 +1,20 @@
+// The sample picture of "qpx demo", made in code so the demo needs no files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "image_file.h"
+
+namespace qpx {
+
+// An opaque landscape-like scene: smooth sky and glow, grainy textured ground, hard-edged hills
+// and shapes, a fine line chart and lettering. The same every time.
+Image MakeDemoPicture(int32_t width = 640, int32_t height = 480);
+
+// Draws `text` with a 5 x 7 pixel font, each font pixel `scale` x `scale` pixels; (x, y) is the
+// top left corner. Letters are drawn as capitals; characters the font lacks as blanks.
+void DrawText(Image& image, int32_t x, int32_t y, const std::string& text, int32_t scale, uint8_t r,
+              uint8_t g, uint8_t b);
+
+}  // namespace qpx

@@ -1,0 +1,186 @@
+#include "picture_io.h"
+
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <stdexcept>
+
+namespace qpx {
+namespace {
+
+std::string ValueText(const qpxhost::Value& value) {
+  if (const auto* number = std::get_if<double>(&value)) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.10g", *number);
+    std::string out = text;
+    if (std::isfinite(*number) && out.find_first_of(".e") == std::string::npos) out += ".0";
+    return out;
+  }
+  if (const auto* integer = std::get_if<int32_t>(&value)) return std::to_string(*integer);
+  if (const auto* boolean = std::get_if<bool>(&value)) return *boolean ? "True" : "False";
+  return std::get<qpxhost::HostObject*>(value) == nullptr ? "Nil" : "pic2";
+}
+
+// The whole part of a double argument, as the module converts it: NaN and values outside the
+// 32-bit range give the smallest integer.
+int32_t WholePart(double value) {
+  if (!(value > -2147483649.0 && value < 2147483648.0)) return INT32_MIN;
+  return static_cast<int32_t>(value);
+}
+
+double NumberArgument(const MethodCall& call, size_t index) {
+  if (index >= call.arguments.size()) return 0;
+  const qpxhost::Value& value = call.arguments[index];
+  if (const auto* number = std::get_if<double>(&value)) return *number;
+  if (const auto* integer = std::get_if<int32_t>(&value)) return *integer;
+  return 0;
+}
+
+// Blur: a vertical and a horizontal pass over every row, with one yield before and one after.
+int64_t BlurYields(const MethodCall& call, int32_t width, int32_t height) {
+  if (WholePart(NumberArgument(call, 0)) < 1) return 0;  // the receiver comes back as it is
+  if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide) return 0;
+  return 2 * int64_t{height} + 2;
+}
+
+// Methods whose yields are known, by name.
+const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)>& YieldCounters() {
+  static const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)> counters = {
+      {"BlurQPX", &BlurYields}};
+  return counters;
+}
+
+// The arguments for the host: the call's own, declared defaults up to the last parameter, which
+// every method of the module uses for its yield argument.
+std::vector<qpxhost::Value> FullArguments(const qpxhost::Host& host, const MethodCall& call,
+                                          int32_t yield) {
+  const qpxhost::RegisteredMethod* method = host.FindMethod("Picture", call.method);
+  if (method == nullptr) throw std::runtime_error("the module has no method " + call.method);
+  const std::vector<qpxhost::Parameter>& parameters = method->declaration.parameters;
+  if (parameters.empty() || call.arguments.size() >= parameters.size()) {
+    throw std::runtime_error(call.Text() + ": the call does not match the declaration " +
+                             method->declarationText);
+  }
+  std::vector<qpxhost::Value> arguments = call.arguments;
+  for (size_t i = arguments.size(); i + 1 < parameters.size(); ++i) {
+    if (!parameters[i].defaultValue) {
+      throw std::runtime_error(call.Text() + ": missing argument '" + parameters[i].name + "'");
+    }
+    arguments.push_back(*parameters[i].defaultValue);
+  }
+  arguments.emplace_back(yield);
+  return arguments;
+}
+
+}  // namespace
+
+PictureRef& PictureRef::operator=(PictureRef&& other) noexcept {
+  if (this != &other) {
+    Reset();
+    host_ = other.host_;
+    picture_ = other.picture_;
+    other.picture_ = nullptr;
+  }
+  return *this;
+}
+
+void PictureRef::Reset() {
+  if (picture_ != nullptr) host_->Unlock(picture_);
+  picture_ = nullptr;
+}
+
+PictureRef ImageToPicture(qpxhost::Host& host, const Image& image,
+                          const qpxhost::PictureOptions& kind) {
+  PictureRef picture(host, qpxhost::NewHostPicture(host, image.width, image.height, kind));
+  const uint8_t* p = image.rgba.data();
+  for (int32_t y = 0; y < image.height; ++y) {
+    for (int32_t x = 0; x < image.width; ++x, p += 4) picture->Set(x, y, {p[0], p[1], p[2], p[3]});
+  }
+  return picture;
+}
+
+Image PictureToImage(const qpxhost::HostPicture& picture) {
+  Image image;
+  image.width = picture.width;
+  image.height = picture.height;
+  image.hasAlpha = picture.hasAlpha;
+  image.rgba.resize(size_t(picture.width) * size_t(picture.height) * 4);
+  uint8_t* p = image.rgba.data();
+  for (int32_t y = 0; y < picture.height; ++y) {
+    for (int32_t x = 0; x < picture.width; ++x, p += 4) {
+      const qpxhost::RGBA c = picture.Get(x, y);
+      p[0] = c.r;
+      p[1] = c.g;
+      p[2] = c.b;
+      p[3] = c.a;
+    }
+  }
+  return image;
+}
+
+void CheckLedger(const qpxhost::Host& host, const std::string& after) {
+  if (!host.problems().empty()) {
+    throw std::runtime_error("host misuse during " + after + ": " + host.problems().front());
+  }
+  if (host.LiveObjectCount() != 0) {
+    throw std::runtime_error("after " + after + " the host still holds " +
+                             std::to_string(host.LiveObjectCount()) + " objects");
+  }
+}
+
+std::string MethodCall::Text() const {
+  std::string text = "pic." + method + "(";
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (i > 0) text += ", ";
+    text += ValueText(arguments[i]);
+  }
+  return text + ")";
+}
+
+int64_t RowYields(const MethodCall& call, int32_t width, int32_t height) {
+  auto it = YieldCounters().find(call.method);
+  return it == YieldCounters().end() ? 0 : it->second(call, width, height);
+}
+
+Image RunMethod(qpxhost::Host& host, qpxhost::HostPicture* picture, const MethodCall& call,
+                int32_t yield) {
+  const std::vector<qpxhost::Value> arguments = FullArguments(host, call, yield);
+  const size_t raisedBefore = host.raisedExceptions.size();
+  const size_t problemsBefore = host.problems().size();
+  const int sourceRefs = host.RefCount(picture);
+
+  const qpxhost::CallResult result = host.Call(call.method, picture, arguments);
+  if (host.problems().size() > problemsBefore) {
+    throw std::runtime_error("host misuse during " + call.Text() + ": " +
+                             host.problems()[problemsBefore]);
+  }
+  // Owned from here on, so that every way out drops it.
+  PictureRef owned(host, static_cast<qpxhost::HostPicture*>(nullptr));
+  auto* resultPicture = dynamic_cast<qpxhost::HostPicture*>(result.picture);
+  if (resultPicture != nullptr) owned = PictureRef(host, resultPicture);
+  if (host.raisedExceptions.size() > raisedBefore) {
+    const qpxhost::RaisedException& raised = host.raisedExceptions[raisedBefore];
+    throw std::runtime_error(call.Text() + " raised " + raised.className +
+                             (raised.message ? ": " + *raised.message : std::string()));
+  }
+  if (result.picture == nullptr) throw std::runtime_error(call.Text() + " returned nil");
+  if (resultPicture == nullptr) {
+    host.Unlock(result.picture);
+    throw std::runtime_error(call.Text() + " returned a " + result.picture->className() +
+                             " instead of a picture");
+  }
+  // The result carries one reference for the caller, on top of the receiver's own when the
+  // method hands back the receiver itself.
+  const int expected = 1 + (resultPicture == picture ? sourceRefs : 0);
+  const int refs = host.RefCount(resultPicture);
+  if (refs != expected) {
+    throw std::runtime_error(call.Text() + " returned a picture carrying " +
+                             std::to_string(refs - expected + 1) + " references instead of 1");
+  }
+  if (host.RefCount(picture) != sourceRefs + (resultPicture == picture ? 1 : 0)) {
+    throw std::runtime_error(call.Text() + " changed the receiver's reference count");
+  }
+  return PictureToImage(*resultPicture);
+}
+
+}  // namespace qpx

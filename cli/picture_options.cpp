@@ -1,0 +1,58 @@
+#include "picture_options.h"
+
+namespace qpx {
+
+void AddLayoutOption(CLI::App& command, PictureCommandOptions& options) {
+  command
+      .add_option("--layout", options.layout,
+                  "Pixel layout of desktop pictures: 1 premultiplied RGBA, 2 premultiplied ARGB, "
+                  "3 RGBA, 4 ARGB, 5 RGB and a skipped byte, 6 a skipped byte and RGB")
+      ->check(CLI::Range(1, 6))
+      ->capture_default_str();
+}
+
+void AddYieldOption(CLI::App& command, PictureCommandOptions& options) {
+  command.add_option("--yield", options.yield,
+                     "The methods' yield argument: >0 ticks of 1/60 s between yields, <0 "
+                     "milliseconds, 0 never (default: 0, or every row while a progress bar is "
+                     "shown)");
+}
+
+void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
+  AddHostOptions(command, options.host);
+  AddLayoutOption(command, options);
+  command.add_flag(
+      "--alpha", options.alpha,
+      "Give the picture an alpha channel from the file's alpha (with --layout 1 or 2)");
+  AddYieldOption(command, options);
+}
+
+qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options) {
+  // Pictures with an alpha channel come in the premultiplied layouts only.
+  if (options.alpha && options.layout != 1 && options.layout != 2) {
+    throw CLI::ValidationError("--alpha",
+                               "needs --layout 1 or 2, not " + std::to_string(options.layout));
+  }
+  qpxhost::HostConfig config = MakeHostConfig(options.host);
+  if (options.alpha) {
+    config.desktopAlphaLayout = options.layout;
+  } else {
+    config.desktopLayout = options.layout;
+  }
+  return config;
+}
+
+qpxhost::PictureOptions MakePictureKind(const PictureCommandOptions& options) {
+  qpxhost::PictureOptions kind;
+  kind.hasAlpha = options.alpha;
+  kind.layout = options.layout;
+  return kind;
+}
+
+YieldPlan PlanYield(const std::optional<int32_t>& requested, bool progressWanted) {
+  if (requested) return {*requested, *requested == kYieldEveryRow};
+  if (progressWanted) return {kYieldEveryRow, true};
+  return {};
+}
+
+}  // namespace qpx

@@ -1,0 +1,45 @@
+// Options shared by the commands that run pictures through the host: which host, how its
+// desktop pictures store their pixels, and the yield argument passed to the methods.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+
+#include "host_config.h"
+#include "host_options.h"
+#include "picture_services.h"
+
+namespace qpx {
+
+struct PictureCommandOptions {
+  HostOptions host;
+  int32_t layout = 5;            // desktop pixel layout code of the input picture
+  bool alpha = false;            // the input picture gets an alpha channel
+  std::optional<int32_t> yield;  // nullopt: qpx chooses
+};
+
+// Adds --host, --host-version, --plugin, --layout, --alpha and --yield.
+void AddPictureOptions(CLI::App& command, PictureCommandOptions& options);
+void AddLayoutOption(CLI::App& command, PictureCommandOptions& options);
+void AddYieldOption(CLI::App& command, PictureCommandOptions& options);
+
+// The host to boot. Throws CLI::ValidationError for combinations CLI11 cannot check alone.
+qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options);
+// The kind of picture the input file becomes.
+qpxhost::PictureOptions MakePictureKind(const PictureCommandOptions& options);
+
+// A yield argument that makes the module yield after every row: its rule compares the time
+// since the last yield with the argument's negation, which for the smallest integer stays
+// negative.
+constexpr int32_t kYieldEveryRow = INT32_MIN;
+
+struct YieldPlan {
+  int32_t argument = 0;
+  bool everyRow = false;  // each row yields, so yields count rows
+};
+// The user's --yield when given; otherwise every row while a progress bar can be shown, so
+// the bar can follow the rows, and never when it cannot.
+YieldPlan PlanYield(const std::optional<int32_t>& requested, bool progressWanted);
+
+}  // namespace qpx

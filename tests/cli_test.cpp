@@ -1,0 +1,757 @@
+// The qpx tool: its commands run as a separate process, and its picture plumbing in-process.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "demo_command.h"
+#include "demo_picture.h"
+#include "host.h"
+#include "image_file.h"
+#include "picture_commands.h"
+#include "picture_io.h"
+#include "picture_options.h"
+#include "progress_bar.h"
+
+namespace qpx {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+const char* const kHostKinds[] = {"console", "web", "desktop"};
+
+struct QpxRun {
+  int exitCode = -1;
+  std::string out, err;
+};
+
+std::string ReadAll(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    lines.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return lines;
+}
+
+class CliTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "qpx-cli-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override {
+    std::error_code ignored;
+    fs::remove_all(dir_, ignored);
+  }
+
+  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
+
+  // Runs qpx with `args` in the temporary directory, stdout and stderr to files.
+  QpxRun Qpx(const std::vector<std::string>& args) {
+    const std::string outPath = Path(".stdout"), errPath = Path(".stderr");
+    std::vector<char*> argv;
+    std::string program = QPX_BINARY;
+    argv.push_back(program.data());
+    std::vector<std::string> copies = args;
+    for (std::string& arg : copies) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+
+    const pid_t pid = fork();
+    if (pid == 0) {
+      const int in = open("/dev/null", O_RDONLY);
+      const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      if (in < 0 || out < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 ||
+          chdir(dir_.c_str()) != 0) {
+        _exit(127);
+      }
+      execv(argv[0], argv.data());
+      _exit(127);
+    }
+    QpxRun run;
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid) return run;
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    run.out = ReadAll(outPath);
+    run.err = ReadAll(errPath);
+    fs::remove(outPath);
+    fs::remove(errPath);
+    return run;
+  }
+
+  // Files in the temporary directory, so a test can see that a run left nothing behind.
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir_)) names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  fs::path dir_;
+};
+
+// Random pixels; with `alpha`, alpha values that include 0 and 255 often.
+Image RandomImage(int32_t width, int32_t height, bool alpha, uint32_t seed = 1) {
+  std::mt19937 random(seed);
+  Image image;
+  image.width = width;
+  image.height = height;
+  image.hasAlpha = alpha;
+  image.rgba.resize(size_t(width) * size_t(height) * 4);
+  for (size_t i = 0; i < image.rgba.size(); i += 4) {
+    for (size_t c = 0; c < 3; ++c) image.rgba[i + c] = static_cast<uint8_t>(random());
+    const uint32_t a = random() % 300;
+    image.rgba[i + 3] = !alpha ? 255 : a < 256 ? static_cast<uint8_t>(a) : a < 280 ? 255 : 0;
+  }
+  return image;
+}
+
+Image UniformImage(int32_t width, int32_t height, uint8_t r, uint8_t g, uint8_t b) {
+  Image image;
+  image.width = width;
+  image.height = height;
+  for (int32_t i = 0; i < width * height; ++i) image.rgba.insert(image.rgba.end(), {r, g, b, 255});
+  return image;
+}
+
+void WriteBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary);
+  out << bytes;
+}
+
+// A valid 8-bit gray PNG of the given size, assembled by hand so sizes WritePng refuses can be
+// made too.
+std::string GrayPng(uint32_t width, uint32_t height) {
+  auto chunk = [](const char* type, const std::string& data) {
+    std::string out;
+    for (int shift = 24; shift >= 0; shift -= 8) out += char(data.size() >> shift & 0xff);
+    const std::string body = std::string(type, 4) + data;
+    out += body;
+    const uLong crc = crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()));
+    for (int shift = 24; shift >= 0; shift -= 8) out += char(crc >> shift & 0xff);
+    return out;
+  };
+  std::string header;
+  for (uint32_t value : {width, height}) {
+    for (int shift = 24; shift >= 0; shift -= 8) header += char(value >> shift & 0xff);
+  }
+  header += std::string("\x08\x00\x00\x00\x00", 5);  // 8 bits, gray, no interlace
+  std::string raw;
+  for (uint32_t y = 0; y < height; ++y) raw += std::string(width + 1, '\0');
+  std::string packed(compressBound(uLong(raw.size())), '\0');
+  uLongf packedSize = uLongf(packed.size());
+  compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize,
+           reinterpret_cast<const Bytef*>(raw.data()), uLong(raw.size()));
+  packed.resize(packedSize);
+  return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", packed) +
+         chunk("IEND", "");
+}
+
+void ExpectOneErrorLine(const QpxRun& run) {
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.out.empty()) << run.out;
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err.back(), '\n');
+  EXPECT_EQ(Lines(run.err).size(), 1u) << run.err;
+  EXPECT_THAT(run.err, StartsWith("qpx: "));
+}
+
+// --- convert ----------------------------------------------------------------------------------
+
+TEST_F(CliTest, ConvertRoundTripIsLosslessForEveryHostAndLayout) {
+  const Image input = RandomImage(29, 17, false);
+  WritePng(Path("in.png"), input, false);
+  for (const char* host : kHostKinds) {
+    for (int layout = 1; layout <= 6; ++layout) {
+      SCOPED_TRACE(std::string(host) + " layout " + std::to_string(layout));
+      const QpxRun run =
+          Qpx({"convert", "in.png", "out.png", "--host", host, "--layout", std::to_string(layout)});
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");
+      EXPECT_EQ(run.out, "");
+      const Image output = ReadImage(Path("out.png"));
+      EXPECT_FALSE(output.hasAlpha);
+      EXPECT_EQ(output.width, input.width);
+      EXPECT_EQ(output.height, input.height);
+      EXPECT_TRUE(output.rgba == input.rgba);
+      fs::remove(Path("out.png"));
+    }
+  }
+}
+
+TEST_F(CliTest, ConvertWithAlphaKeepsAlphaWithinPremultiplicationRounding) {
+  const Image input = RandomImage(31, 19, true);
+  WritePng(Path("in.png"), input, true);
+  for (const char* host : kHostKinds) {
+    for (int layout : {1, 2}) {
+      SCOPED_TRACE(std::string(host) + " layout " + std::to_string(layout));
+      const QpxRun run = Qpx({"convert", "in.png", "out.png", "--alpha", "--host", host, "--layout",
+                              std::to_string(layout)});
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");
+      const Image output = ReadImage(Path("out.png"));
+      ASSERT_TRUE(output.hasAlpha);
+      ASSERT_EQ(output.rgba.size(), input.rgba.size());
+      int inexact = 0;
+      for (size_t i = 0; i < input.rgba.size(); i += 4) {
+        const int a = input.rgba[i + 3];
+        ASSERT_EQ(output.rgba[i + 3], a) << "pixel " << i / 4;
+        if (a == 0) continue;  // no colour survives full transparency
+        for (size_t c = 0; c < 3; ++c) {
+          const int error = std::abs(int(output.rgba[i + c]) - int(input.rgba[i + c]));
+          if (a == 255) {
+            ASSERT_EQ(error, 0) << "pixel " << i / 4;
+          } else {
+            // Premultiplying rounds to half a step of c * a / 255; dividing back magnifies it.
+            ASSERT_LE(error, 127.5 / a + 0.5) << "pixel " << i / 4 << " alpha " << a;
+          }
+          inexact += error != 0;
+        }
+      }
+      if (std::string(host) != "desktop") {
+        EXPECT_EQ(inexact, 0);  // stored unpremultiplied
+      }
+      fs::remove(Path("out.png"));
+    }
+  }
+}
+
+TEST_F(CliTest, ConvertWithAlphaOfAnOpaqueFileGivesAnOpaqueAlphaChannel) {
+  const Image input = RandomImage(8, 5, false);
+  WritePng(Path("in.png"), input, false);
+  const QpxRun run =
+      Qpx({"convert", "in.png", "out.png", "--host", "desktop", "--alpha", "--layout", "2"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const Image output = ReadImage(Path("out.png"));
+  EXPECT_TRUE(output.hasAlpha);
+  EXPECT_TRUE(output.rgba == input.rgba);
+}
+
+TEST_F(CliTest, ConvertReadsJpeg) {
+  // A tiny JPEG is not worth a libjpeg dependency here: a PNG under a .jpg name shows that
+  // files are told apart by content, and JPEG decoding has tests of its own.
+  const Image input = RandomImage(4, 4, false);
+  WritePng(Path("in.jpg"), input, false);
+  const QpxRun run = Qpx({"convert", "in.jpg", "out.png"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_TRUE(ReadImage(Path("out.png")).rgba == input.rgba);
+}
+
+// --- failures ---------------------------------------------------------------------------------
+
+TEST_F(CliTest, MissingInputIsOneErrorLineAndNoOutput) {
+  const QpxRun run = Qpx({"convert", "missing.png", "out.png"});
+  ExpectOneErrorLine(run);
+  EXPECT_THAT(run.err, HasSubstr("missing.png"));
+  EXPECT_TRUE(Files().empty());
+}
+
+TEST_F(CliTest, TruncatedPngIsOneErrorLineAndNoOutput) {
+  WritePng(Path("whole.png"), RandomImage(40, 30, false), false);
+  const std::string bytes = ReadAll(Path("whole.png"));
+  WriteBytes(Path("cut.png"), bytes.substr(0, bytes.size() / 2));
+  for (const char* command : {"convert", "blur"}) {
+    SCOPED_TRACE(command);
+    std::vector<std::string> args = {command, "cut.png", "out.png"};
+    if (std::string(command) == "blur") args.insert(args.end(), {"--radius", "2"});
+    ExpectOneErrorLine(Qpx(args));
+    EXPECT_THAT(Files(), ::testing::ElementsAre("cut.png", "whole.png"));
+  }
+}
+
+TEST_F(CliTest, FileThatIsNoImageIsOneErrorLine) {
+  WriteBytes(Path("text.png"), "hello\n");
+  ExpectOneErrorLine(Qpx({"convert", "text.png", "out.png"}));
+  EXPECT_FALSE(fs::exists(Path("out.png")));
+}
+
+TEST_F(CliTest, PictureWiderThanTheLargestSideIsOneErrorLineAndNoOutput) {
+  WriteBytes(Path("wide.png"), GrayPng(32768, 1));
+  const QpxRun run = Qpx({"blur", "wide.png", "out.png", "--radius", "1"});
+  ExpectOneErrorLine(run);
+  EXPECT_THAT(run.err, HasSubstr("32767"));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("wide.png"));
+}
+
+TEST_F(CliTest, LargestSideIsAccepted) {
+  WriteBytes(Path("wide.png"), GrayPng(32767, 1));
+  const QpxRun run = Qpx({"convert", "wide.png", "out.png"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(ReadImage(Path("out.png")).width, 32767);
+}
+
+TEST_F(CliTest, ExistingOutputIsLeftIntactWhenTheInputIsBad) {
+  WriteBytes(Path("out.png"), "precious");
+  WritePng(Path("whole.png"), RandomImage(40, 30, false), false);
+  const std::string bytes = ReadAll(Path("whole.png"));
+  WriteBytes(Path("cut.png"), bytes.substr(0, bytes.size() - 20));
+  for (const char* input : {"missing.png", "cut.png"}) {
+    SCOPED_TRACE(input);
+    ExpectOneErrorLine(Qpx({"convert", input, "out.png"}));
+    ExpectOneErrorLine(Qpx({"blur", input, "out.png", "--radius", "3"}));
+    EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+  }
+  EXPECT_THAT(Files(), ::testing::ElementsAre("cut.png", "out.png", "whole.png"));
+}
+
+TEST_F(CliTest, BadArgumentsAreUsageErrors) {
+  WritePng(Path("in.png"), RandomImage(4, 4, false), false);
+  const std::vector<std::vector<std::string>> cases = {
+      {"convert", "in.png", "out.png", "--layout", "7"},
+      {"convert", "in.png", "out.png", "--layout", "0"},
+      {"convert", "in.png", "out.png", "--alpha", "--layout", "5"},
+      {"convert", "in.png", "out.png", "--alpha"},  // the default layout has no alpha
+      {"convert", "in.png", "out.png", "--host", "mainframe"},
+      {"convert", "in.png", "out.png", "--host-version", "soon"},
+      {"convert", "in.png", "out.png", "--yield", "often"},
+      {"convert", "in.png"},
+      {"blur", "in.png", "out.png"},
+      {"blur", "in.png", "out.png", "--radius", "wide"},
+      {"blur", "in.png", "out.png", "--radius", "2", "--alpha", "--layout", "3"},
+      {"demo", "--layout", "9"},
+      {"paint", "in.png"},
+      {},
+  };
+  for (const auto& args : cases) {
+    std::string line;
+    for (const auto& arg : args) line += arg + " ";
+    SCOPED_TRACE(line);
+    const QpxRun run = Qpx(args);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_FALSE(run.err.empty());
+    EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+  }
+}
+
+TEST_F(CliTest, EveryCommandHasHelp) {
+  for (const char* command : {"info", "convert", "blur", "demo"}) {
+    SCOPED_TRACE(command);
+    const QpxRun run = Qpx({command, "--help"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.out, HasSubstr("Usage"));
+  }
+  const QpxRun run = Qpx({"--help"});
+  EXPECT_EQ(run.exitCode, 0);
+  for (const char* command : {"info", "convert", "blur", "demo"}) {
+    EXPECT_THAT(run.out, HasSubstr(command));
+  }
+}
+
+TEST_F(CliTest, CommonOptionsAreOnEveryPictureCommand) {
+  for (const char* command : {"convert", "blur"}) {
+    const QpxRun run = Qpx({command, "--help"});
+    for (const char* option :
+         {"--host ", "--layout", "--alpha", "--host-version", "--plugin", "--yield"}) {
+      EXPECT_THAT(run.out, HasSubstr(option)) << command;
+    }
+  }
+}
+
+TEST_F(CliTest, MissingModuleIsOneErrorLine) {
+  WritePng(Path("in.png"), RandomImage(4, 4, false), false);
+  ExpectOneErrorLine(Qpx({"blur", "in.png", "out.png", "--radius", "1", "--plugin", "none.so"}));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+}
+
+// --- blur -------------------------------------------------------------------------------------
+// These need the module's BlurQPX.
+
+TEST_F(CliTest, BlurOfAUniformPictureKeepsItsColour) {
+  const Image input = UniformImage(23, 14, 200, 120, 40);
+  WritePng(Path("in.png"), input, false);
+  for (const char* host : kHostKinds) {
+    for (const char* radius : {"1", "2.5", "8", "40"}) {
+      SCOPED_TRACE(std::string(host) + " radius " + radius);
+      const QpxRun run = Qpx({"blur", "in.png", "out.png", "--radius", radius, "--host", host});
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");  // no terminal: no progress bar
+      EXPECT_EQ(run.out, "");
+      const Image output = ReadImage(Path("out.png"));
+      EXPECT_FALSE(output.hasAlpha);
+      EXPECT_TRUE(output.rgba == input.rgba);
+    }
+  }
+}
+
+TEST_F(CliTest, BlurWithYieldingGivesTheSameResult) {
+  WritePng(Path("in.png"), RandomImage(40, 30, false), false);
+  ASSERT_EQ(Qpx({"blur", "in.png", "a.png", "--radius", "3"}).exitCode, 0);
+  for (const char* yield : {"1", "-1", "-2147483648"}) {
+    const QpxRun run = Qpx({"blur", "in.png", "b.png", "--radius", "3", "--yield", yield});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    EXPECT_TRUE(ReadImage(Path("a.png")).rgba == ReadImage(Path("b.png")).rgba) << yield;
+  }
+}
+
+TEST_F(CliTest, BlurWithRadiusBelowOneGivesThePictureBack) {
+  const Image input = RandomImage(13, 11, false);
+  WritePng(Path("in.png"), input, false);
+  for (const char* host : kHostKinds) {
+    for (const char* radius : {"0", "0.99", "-5"}) {
+      SCOPED_TRACE(std::string(host) + " radius " + radius);
+      const QpxRun run = Qpx({"blur", "in.png", "out.png", "--host", host, "--radius", radius});
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_TRUE(ReadImage(Path("out.png")).rgba == input.rgba);
+    }
+  }
+}
+
+TEST_F(CliTest, BlurSmoothsAnEdge) {
+  Image input = UniformImage(12, 3, 0, 0, 0);
+  for (int32_t y = 0; y < 3; ++y) {
+    for (int32_t x = 6; x < 12; ++x) {
+      for (size_t c = 0; c < 3; ++c) input.rgba[(size_t(y) * 12 + size_t(x)) * 4 + c] = 255;
+    }
+  }
+  WritePng(Path("in.png"), input, false);
+  const QpxRun run = Qpx({"blur", "in.png", "out.png", "--radius", "1", "--host", "desktop"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const Image output = ReadImage(Path("out.png"));
+  // Columns 5 and 6 see one and two white columns of three.
+  EXPECT_EQ(output.rgba[(12 + 4) * 4], 0);
+  EXPECT_EQ(output.rgba[(12 + 5) * 4], 85);
+  EXPECT_EQ(output.rgba[(12 + 6) * 4], 170);
+  EXPECT_EQ(output.rgba[(12 + 7) * 4], 255);
+}
+
+// --- demo -------------------------------------------------------------------------------------
+
+TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
+  const QpxRun run = Qpx({"demo", "out"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  const std::string page = ReadAll(Path("out/index.html"));
+  ASSERT_FALSE(page.empty());
+  std::vector<std::string> sources;
+  for (size_t at = page.find("src=\""); at != std::string::npos; at = page.find("src=\"", at)) {
+    at += 5;
+    sources.push_back(page.substr(at, page.find('"', at) - at));
+  }
+  EXPECT_EQ(sources.size(), 1 + 2 * DemoCalls().size());
+  EXPECT_THAT(sources, ::testing::Contains("input.png"));
+  for (const std::string& file : sources) {
+    SCOPED_TRACE(file);
+    const Image image = ReadImage(Path("out/" + file));
+    EXPECT_EQ(image.width, 640);
+    EXPECT_EQ(image.height, 480);
+  }
+  for (const char* text : {"pic.BlurQPX(1.0)", "pic.BlurQPX(3.0)", "pic.BlurQPX(8.0)",
+                           "console host", "desktop host"}) {
+    EXPECT_THAT(page, HasSubstr(text));
+  }
+  // Every file written is on the sheet.
+  for (const auto& entry : fs::directory_iterator(Path("out"))) {
+    const std::string name = entry.path().filename();
+    if (name != "index.html") {
+      EXPECT_THAT(sources, ::testing::Contains(name));
+    }
+  }
+}
+
+TEST_F(CliTest, DemoWritesIntoQpxDemoByDefault) {
+  const QpxRun run = Qpx({"demo"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_TRUE(fs::exists(Path("qpx-demo/index.html")));
+  EXPECT_TRUE(fs::exists(Path("qpx-demo/input.png")));
+}
+
+TEST_F(CliTest, DemoIntoAnUnwritablePlaceIsOneErrorLine) {
+  WriteBytes(Path("file"), "x");
+  ExpectOneErrorLine(Qpx({"demo", "file/sub"}));
+}
+
+TEST(CliDemoPictureTest, IsOpaqueDetailedAndTheSameEveryTime) {
+  const Image a = MakeDemoPicture();
+  EXPECT_EQ(a.width, 640);
+  EXPECT_EQ(a.height, 480);
+  EXPECT_TRUE(a.rgba == MakeDemoPicture().rgba);
+  std::set<uint32_t> colours;
+  for (size_t i = 0; i < a.rgba.size(); i += 4) {
+    EXPECT_EQ(a.rgba[i + 3], 255);
+    colours.insert(uint32_t(a.rgba[i]) << 16 | uint32_t(a.rgba[i + 1]) << 8 | a.rgba[i + 2]);
+  }
+  EXPECT_GT(colours.size(), 10000u);
+}
+
+TEST(CliDemoPictureTest, TextIsDrawnWithTheBuiltInFont) {
+  Image image = UniformImage(12, 7, 0, 0, 0);
+  DrawText(image, 0, 0, "l-", 1, 255, 255, 255);
+  auto lit = [&](int x, int y) { return image.rgba[(size_t(y) * 12 + size_t(x)) * 4] == 255; };
+  for (int y = 0; y < 7; ++y) EXPECT_TRUE(lit(0, y)) << y;   // L's stem
+  for (int x = 0; x < 5; ++x) EXPECT_TRUE(lit(x, 6)) << x;   // L's foot
+  for (int x = 6; x < 11; ++x) EXPECT_TRUE(lit(x, 3)) << x;  // the dash
+  EXPECT_FALSE(lit(6, 2));
+  EXPECT_FALSE(lit(11, 3));  // the space between glyphs
+}
+
+// --- in-process plumbing ----------------------------------------------------------------------
+
+qpxhost::HostConfig ConfigFor(const std::string& host, int32_t layout, bool alpha) {
+  PictureCommandOptions options;
+  options.host.host = host;
+  options.layout = layout;
+  options.alpha = alpha;
+  return MakePictureHostConfig(options);
+}
+
+TEST(CliPlumbingTest, ConversionsLeaveNoHostObjects) {
+  const Image opaque = RandomImage(9, 7, false, 3);
+  const Image transparent = RandomImage(9, 7, true, 4);
+  for (const char* kind : kHostKinds) {
+    for (int32_t layout = 1; layout <= 6; ++layout) {
+      for (bool alpha : {false, true}) {
+        if (alpha && layout > 2) continue;
+        SCOPED_TRACE(std::string(kind) + " layout " + std::to_string(layout) +
+                     (alpha ? " alpha" : ""));
+        qpxhost::Host host(ConfigFor(kind, layout, alpha));
+        host.LoadPlugin(QPX_PLUGIN_PATH);
+        qpxhost::PictureOptions pictureKind;
+        pictureKind.hasAlpha = alpha;
+        pictureKind.layout = layout;
+        const Image& input = alpha ? transparent : opaque;
+        Image output;
+        {
+          PictureRef picture = ImageToPicture(host, input, pictureKind);
+          EXPECT_EQ(picture->hasAlpha, alpha);
+          if (std::string(kind) == "desktop") {
+            EXPECT_EQ(picture->layout, layout);
+          }
+          output = PictureToImage(*picture.get());
+          EXPECT_EQ(host.LiveObjectCount(), 1u);
+        }
+        EXPECT_EQ(host.LiveObjectCount(), 0u);
+        EXPECT_TRUE(host.problems().empty());
+        EXPECT_EQ(output.hasAlpha, alpha);
+        if (!alpha) {
+          EXPECT_TRUE(output.rgba == input.rgba);
+        }
+      }
+    }
+  }
+}
+
+TEST(CliPlumbingTest, HostConfigFollowsLayoutAndAlpha) {
+  const qpxhost::HostConfig plain = ConfigFor("desktop", 6, false);
+  EXPECT_EQ(plain.app, qpxhost::AppKind::Desktop);
+  EXPECT_EQ(plain.desktopLayout, 6);
+  const qpxhost::HostConfig alpha = ConfigFor("web", 2, true);
+  EXPECT_EQ(alpha.app, qpxhost::AppKind::Web);
+  EXPECT_EQ(alpha.desktopAlphaLayout, 2);
+  EXPECT_THROW(ConfigFor("console", 4, true), CLI::ValidationError);
+}
+
+TEST(CliPlumbingTest, ProcessFileChecksTheLedgerAndWritesTheFile) {
+  const fs::path dir = fs::temp_directory_path() / ("qpx-plumbing-" + std::to_string(getpid()));
+  fs::create_directories(dir);
+  const Image input = RandomImage(10, 6, false);
+  WritePng((dir / "in.png").string(), input, false);
+  PictureCommandOptions options;
+  options.host.plugin = QPX_PLUGIN_PATH;
+  options.host.host = "desktop";
+  options.layout = 4;
+  EXPECT_NO_THROW(
+      ProcessFile(options, (dir / "in.png").string(), (dir / "out.png").string(), std::nullopt));
+  EXPECT_TRUE(ReadImage((dir / "out.png").string()).rgba == input.rgba);
+  fs::remove_all(dir);
+}
+
+TEST(CliPlumbingTest, CallTextReadsLikeTheHostLanguage) {
+  EXPECT_EQ((MethodCall{"BlurQPX", {3.0}}).Text(), "pic.BlurQPX(3.0)");
+  EXPECT_EQ((MethodCall{"BlurQPX", {2.5}}).Text(), "pic.BlurQPX(2.5)");
+  EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{320}, int32_t{240}, true}}).Text(),
+            "pic.ScaleQPX(320, 240, True)");
+}
+
+TEST(CliPlumbingTest, RowYieldsOfBlur) {
+  EXPECT_EQ(RowYields({"BlurQPX", {3.0}}, 640, 480), 962);
+  EXPECT_EQ(RowYields({"BlurQPX", {1.0}}, 1, 1), 4);
+  EXPECT_EQ(RowYields({"BlurQPX", {0.99}}, 640, 480), 0);
+  EXPECT_EQ(RowYields({"BlurQPX", {std::nan("")}}, 640, 480), 0);
+  EXPECT_EQ(RowYields({"NoSuchQPX", {}}, 640, 480), 0);
+}
+
+TEST(CliPlumbingTest, YieldPlan) {
+  EXPECT_EQ(PlanYield(std::nullopt, false).argument, 0);
+  EXPECT_FALSE(PlanYield(std::nullopt, false).everyRow);
+  EXPECT_EQ(PlanYield(std::nullopt, true).argument, kYieldEveryRow);
+  EXPECT_TRUE(PlanYield(std::nullopt, true).everyRow);
+  EXPECT_EQ(PlanYield(-50, true).argument, -50);
+  EXPECT_FALSE(PlanYield(-50, true).everyRow);
+  EXPECT_EQ(PlanYield(0, true).argument, 0);
+}
+
+class CliMethodTest : public ::testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override {
+    qpxhost::HostConfig config;
+    config.app = *qpxhost::ParseAppKind(GetParam());
+    host_ = std::make_unique<qpxhost::Host>(config);
+    host_->LoadPlugin(QPX_PLUGIN_PATH);
+  }
+  void TearDown() override {
+    EXPECT_EQ(host_->LiveObjectCount(), 0u);
+    EXPECT_THAT(host_->problems(), ::testing::IsEmpty());
+    host_.reset();
+  }
+  std::unique_ptr<qpxhost::Host> host_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Hosts, CliMethodTest, ::testing::ValuesIn(kHostKinds));
+
+// Needs the module's BlurQPX.
+TEST_P(CliMethodTest, BlurYieldsOncePerRowAndPassWhenAskedTo) {
+  const Image input = RandomImage(21, 13, false);
+  PictureRef picture = ImageToPicture(*host_, input, {});
+  const MethodCall call{"BlurQPX", {2.0}};
+  int yields = 0;
+  host_->onYield = [&] { ++yields; };
+  RunMethod(*host_, picture.get(), call, kYieldEveryRow);
+  EXPECT_EQ(yields, RowYields(call, input.width, input.height));
+  yields = 0;
+  RunMethod(*host_, picture.get(), call, 0);
+  EXPECT_EQ(yields, 0);
+}
+
+// Needs the module's BlurQPX.
+TEST_P(CliMethodTest, BlurWithRadiusZeroHandsBackTheReceiver) {
+  const Image input = RandomImage(5, 4, false);
+  PictureRef picture = ImageToPicture(*host_, input, {});
+  const qpxhost::CallResult result = host_->Call("BlurQPX", picture.get(), {0.0});
+  EXPECT_EQ(result.picture, picture.get());
+  if (result.picture != nullptr) host_->Unlock(result.picture);
+  const Image output = RunMethod(*host_, picture.get(), {"BlurQPX", {0.0}}, 0);
+  EXPECT_TRUE(output.rgba == input.rgba);
+  EXPECT_EQ(host_->RefCount(picture.get()), 1);
+}
+
+TEST(CliPlumbingTest, NilResultIsAnErrorNamingTheCall) {
+  // The module reads only 32-bit console and web pictures; a 16-bit one makes it give nil.
+  for (const char* kind : {"console", "web"}) {
+    SCOPED_TRACE(kind);
+    qpxhost::HostConfig config;
+    config.app = *qpxhost::ParseAppKind(kind);
+    qpxhost::Host host(config);
+    host.LoadPlugin(QPX_PLUGIN_PATH);
+    qpxhost::PictureOptions sixteenBits;
+    sixteenBits.depth = 16;
+    {
+      PictureRef picture(host, qpxhost::NewHostPicture(host, 4, 4, sixteenBits));
+      try {
+        RunMethod(host, picture.get(), {"BlurQPX", {2.0}}, 0);
+        ADD_FAILURE() << "no error";
+      } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "pic.BlurQPX(2.0) returned nil");
+      }
+    }
+    EXPECT_EQ(host.LiveObjectCount(), 0u);
+  }
+}
+
+TEST_P(CliMethodTest, UnknownMethodIsAnError) {
+  PictureRef picture = ImageToPicture(*host_, RandomImage(2, 2, false), {});
+  EXPECT_THROW(RunMethod(*host_, picture.get(), {"PaintQPX", {}}, 0), std::runtime_error);
+}
+
+// --- progress bar -----------------------------------------------------------------------------
+
+TEST(CliProgressBarTest, RendersWithinTheTerminalWidth) {
+  const std::string half = ProgressBar::Render("blur", 50, 100, 1.25, 80);
+  EXPECT_THAT(half, StartsWith("blur ["));
+  EXPECT_THAT(half, HasSubstr(" 50%"));
+  EXPECT_THAT(half, HasSubstr("1.2 s"));
+  EXPECT_LT(half.size(), 80u);
+  EXPECT_EQ(std::count(half.begin(), half.end(), '#'), 25);
+  const std::string full = ProgressBar::Render("blur", 140, 100, 0, 80);
+  EXPECT_THAT(full, HasSubstr("100%"));
+  EXPECT_EQ(full.find(' ', full.find('[')), full.find(']') + 1);  // no gap inside the bar
+  EXPECT_LT(ProgressBar::Render("a long label", 1, 2, 0, 10).size(), 10u);
+  const std::string unknown = ProgressBar::Render("demo", 7, 0, 3, 60);
+  EXPECT_THAT(unknown, HasSubstr("==="));
+  EXPECT_THAT(unknown, ::testing::Not(HasSubstr("%")));
+}
+
+TEST(CliProgressBarTest, SilentWithoutATerminal) {
+  int pipeFds[2];
+  ASSERT_EQ(pipe(pipeFds), 0);
+  {
+    ProgressBar bar("blur", 10, {pipeFds[1], {}, {}});
+    EXPECT_FALSE(bar.enabled());
+    for (int i = 0; i < 10; ++i) bar.Advance();
+    EXPECT_EQ(bar.done(), 10);
+  }
+  close(pipeFds[1]);
+  char buffer[16];
+  EXPECT_EQ(read(pipeFds[0], buffer, sizeof buffer), 0);
+  close(pipeFds[0]);
+}
+
+TEST(CliProgressBarTest, DrawsOnATerminalAndWipesItselfAtTheEnd) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  ASSERT_EQ(grantpt(master), 0);
+  ASSERT_EQ(unlockpt(master), 0);
+  const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(terminal, 0);
+  {
+    ProgressBar bar("blur", 4, {terminal, {}, {}});
+    EXPECT_TRUE(bar.enabled());
+    bar.Advance(2);
+  }
+  close(terminal);
+  std::string seen;
+  char buffer[512];
+  for (ssize_t n; (n = read(master, buffer, sizeof buffer)) > 0;) seen.append(buffer, size_t(n));
+  close(master);
+  EXPECT_THAT(seen, HasSubstr("blur ["));
+  EXPECT_THAT(seen, HasSubstr(" 50%"));
+  EXPECT_THAT(seen, ::testing::EndsWith("\r\033[K"));
+}
+
+TEST(CliProgressBarTest, WaitsBeforeShowingUp) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  ASSERT_EQ(grantpt(master), 0);
+  ASSERT_EQ(unlockpt(master), 0);
+  const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(terminal, 0);
+  {
+    ProgressBar bar("blur", 4, {terminal, std::chrono::hours(1), {}});
+    bar.Advance(4);
+  }
+  close(terminal);
+  char buffer[64];
+  EXPECT_LE(read(master, buffer, sizeof buffer), 0);  // nothing, then EIO once the pty is shut
+  close(master);
+}
+
+}  // namespace
+}  // namespace qpx
