@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in build-bench and prints BlurQPX's times next to a plain copy of the
+# same pixels, OpenCV's cv::blur and Pillow's BoxBlur, all in the running thread's CPU time.
+# Tuning through the environment:
+#   QPX_BENCH_MIN_TIME    seconds each case runs at least, per repetition (default 1)
+#   QPX_BENCH_REPETITIONS repetitions of each case; the median is reported (default 3)
+#   QPX_BENCH_PILLOW_RUNS Pillow runs per radius; the best is reported (default 5)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+min_time=${QPX_BENCH_MIN_TIME:-1}
+repetitions=${QPX_BENCH_REPETITIONS:-3}
+pillow_runs=${QPX_BENCH_PILLOW_RUNS:-5}
+out=build-bench
+
+QPX_WITH_BENCH=1 scripts/install-deps.sh
+
+# The peers are optional: without them their columns read n/a.
+optional=()
+for p in libopencv-dev python3-pil; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || optional+=("$p")
+done
+if [ ${#optional[@]} -gt 0 ]; then
+  echo "installing optional peers: ${optional[*]}"
+  sudo_cmd=()
+  [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
+  if ! { "${sudo_cmd[@]}" apt-get update -qq &&
+         DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq \
+           --no-install-recommends "${optional[@]}" >/dev/null; }; then
+    echo "could not install ${optional[*]}; continuing without them" >&2
+  fi
+fi
+
+cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DQPX_BUILD_BENCH=ON -DQPX_BUILD_TESTS=OFF \
+  | grep 'qpx_bench' || true
+cmake --build "$out" -j "$(nproc)" --target qpx_bench
+
+"$out/bin/qpx_bench" --benchmark_min_time="$min_time" --benchmark_repetitions="$repetitions" \
+  --benchmark_report_aggregates_only=true \
+  --benchmark_out="$out/blur_bench.json" --benchmark_out_format=json
+
+# Debian's Pillow lives in the system Python, which a pyenv python3 on PATH would hide.
+/usr/bin/python3 bench/pillow_boxblur.py --runs "$pillow_runs" | tee "$out/pillow.txt" || true
+
+echo
+python=/usr/bin/python3
+[ -x "$python" ] || python=python3
+"$python" bench/bench_report.py "$out/blur_bench.json" "$out/pillow.txt" | tee "$out/report.md"
