@@ -35,4 +35,14 @@ class HostTest : public ::testing::Test {
   std::unique_ptr<qpxhost::Host> host_;
 };
 
+// A service of the booted host, as a module would bind it.
+template <typename Fn>
+Fn Service(const char* name) {
+  return reinterpret_cast<Fn>(qpxhost::Host::Resolve(name));
+}
+
+inline REALpicture Ref(qpxhost::HostObject* object) {
+  return reinterpret_cast<REALpicture>(object);
+}
+
 }  // namespace qpxtest

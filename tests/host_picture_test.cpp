@@ -13,14 +13,8 @@ using qpxhost::HostPicture;
 using qpxhost::PictureOptions;
 using qpxhost::RGBA;
 using qpxtest::HostTest;
-
-template <typename Fn>
-Fn Service(const char* name) {
-  return reinterpret_cast<Fn>(Host::Resolve(name));
-}
-REALpicture Ref(qpxhost::HostObject* object) {
-  return reinterpret_cast<REALpicture>(object);
-}
+using qpxtest::Ref;
+using qpxtest::Service;
 
 HostConfig Kind(AppKind app) {
   HostConfig config;

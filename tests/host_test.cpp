@@ -14,11 +14,8 @@ using qpxhost::Host;
 using qpxhost::HostConfig;
 using qpxhost::HostObject;
 using qpxtest::HostTest;
-
-template <typename Fn>
-Fn Service(const char* name) {
-  return reinterpret_cast<Fn>(Host::Resolve(name));
-}
+using qpxtest::Ref;
+using qpxtest::Service;
 
 TEST_F(HostTest, LedgerCountsReferencesAndDestroysAtZero) {
   auto& host = Boot({}, false);

@@ -9,6 +9,7 @@
 #include "fresh_process.h"
 #include "globals.h"
 #include "host.h"
+#include "host_fixture.h"
 #include "picture_services.h"
 
 namespace qpxtest {
@@ -31,10 +32,6 @@ class ModuleHost {
   }
   qpxhost::Host host;
 };
-
-inline REALpicture Ref(qpxhost::HostObject* object) {
-  return reinterpret_cast<REALpicture>(object);
-}
 
 inline qpxhost::HostConfig Config(qpxhost::AppKind app, double version = 2013.03) {
   qpxhost::HostConfig config;
