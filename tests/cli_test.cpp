@@ -714,13 +714,19 @@ TEST(CliProgressBarTest, SilentWithoutATerminal) {
   close(pipeFds[0]);
 }
 
-TEST(CliProgressBarTest, DrawsOnATerminalAndWipesItselfAtTheEnd) {
-  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+// A pseudo-terminal: what the bar writes to `terminal` can be read from `master`.
+void OpenPseudoTerminal(int& master, int& terminal) {
+  master = posix_openpt(O_RDWR | O_NOCTTY);
   ASSERT_GE(master, 0);
   ASSERT_EQ(grantpt(master), 0);
   ASSERT_EQ(unlockpt(master), 0);
-  const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+  terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
   ASSERT_GE(terminal, 0);
+}
+
+TEST(CliProgressBarTest, DrawsOnATerminalAndWipesItselfAtTheEnd) {
+  int master = -1, terminal = -1;
+  ASSERT_NO_FATAL_FAILURE(OpenPseudoTerminal(master, terminal));
   {
     ProgressBar bar("blur", 4, {terminal, {}, {}});
     EXPECT_TRUE(bar.enabled());
@@ -737,12 +743,8 @@ TEST(CliProgressBarTest, DrawsOnATerminalAndWipesItselfAtTheEnd) {
 }
 
 TEST(CliProgressBarTest, WaitsBeforeShowingUp) {
-  const int master = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_GE(master, 0);
-  ASSERT_EQ(grantpt(master), 0);
-  ASSERT_EQ(unlockpt(master), 0);
-  const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
-  ASSERT_GE(terminal, 0);
+  int master = -1, terminal = -1;
+  ASSERT_NO_FATAL_FAILURE(OpenPseudoTerminal(master, terminal));
   {
     ProgressBar bar("blur", 4, {terminal, std::chrono::hours(1), {}});
     bar.Advance(4);
