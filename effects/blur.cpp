@@ -11,71 +11,18 @@
 #include <cstring>
 
 #include "host_services.h"
-#include "picture_editor.h"
+#include "int_conversion.h"
+#include "new_picture.h"
+#include "pixel_layout.h"
 #include "working_buffer.h"
 #include "yield_data.h"
 
 namespace {
 
-constexpr int32_t kBytesPerPixel = 4;
 // Division table entries per unit of k: one for every channel value.
 constexpr uint64_t kTableBytesPerUnit = 256 * sizeof(int32_t);
 // Slack after the per-column sums and the line copy; never read.
 constexpr uint64_t kLineSlack = 20;
-
-// --- Channel layouts ----------------------------------------------------------------------
-// Reading a pixel gives red, green and blue from fixed byte positions; formats without colour
-// read 0. The fourth byte is never read.
-template <int R, int G, int B>
-struct ReadBytes {
-  static constexpr bool kReads = true;
-  static uint32_t Red(const uint8_t* p) { return p[R]; }
-  static uint32_t Green(const uint8_t* p) { return p[G]; }
-  static uint32_t Blue(const uint8_t* p) { return p[B]; }
-};
-using ReadRGBx = ReadBytes<0, 1, 2>;  // codes 1, 3, 5
-using ReadxRGB = ReadBytes<1, 2, 3>;  // codes 2, 4, 6
-using ReadBGRx = ReadBytes<2, 1, 0>;  // code 8
-struct ReadNothing {
-  static constexpr bool kReads = false;
-  static uint32_t Red(const uint8_t*) { return 0; }
-  static uint32_t Green(const uint8_t*) { return 0; }
-  static uint32_t Blue(const uint8_t*) { return 0; }
-};
-
-// Storing a pixel writes all four bytes: the results are opaque (alpha 255), and code 8 keeps
-// its colourless fourth byte 0. Formats without colour store nothing.
-struct StoreRGBA {  // codes 1, 3, 5
-  static constexpr bool kStores = true;
-  static void Store(uint8_t* p, uint8_t r, uint8_t g, uint8_t b) {
-    p[0] = r;
-    p[1] = g;
-    p[2] = b;
-    p[3] = 255;
-  }
-};
-struct StoreARGB {  // codes 2, 4, 6
-  static constexpr bool kStores = true;
-  static void Store(uint8_t* p, uint8_t r, uint8_t g, uint8_t b) {
-    p[0] = 255;
-    p[1] = r;
-    p[2] = g;
-    p[3] = b;
-  }
-};
-struct StoreBGR0 {  // code 8
-  static constexpr bool kStores = true;
-  static void Store(uint8_t* p, uint8_t r, uint8_t g, uint8_t b) {
-    p[0] = b;
-    p[1] = g;
-    p[2] = r;
-    p[3] = 0;
-  }
-};
-struct StoreNothing {
-  static constexpr bool kStores = false;
-  static void Store(uint8_t*, uint8_t, uint8_t, uint8_t) {}
-};
 
 // --- One call's state ---------------------------------------------------------------------
 struct Buffers {
@@ -221,40 +168,10 @@ void RunPasses(const Blur& blur) {
   HorizontalPass<In, Out>(blur);
 }
 
-template <class In>
-void RunPassesReading(const Blur& blur) {
-  switch (blur.writer.pixelFormat) {
-    case 1:
-    case 3:
-    case 5:
-      return RunPasses<In, StoreRGBA>(blur);
-    case 2:
-    case 4:
-    case 6:
-      return RunPasses<In, StoreARGB>(blur);
-    case kPixelFormatConsole:
-      return RunPasses<In, StoreBGR0>(blur);
-    default:
-      return RunPasses<In, StoreNothing>(blur);
-  }
-}
-
 // Both passes read with the source's layout, the horizontal one from destination rows.
 void RunPasses(const Blur& blur) {
-  switch (blur.reader.pixelFormat) {
-    case 1:
-    case 3:
-    case 5:
-      return RunPassesReading<ReadRGBx>(blur);
-    case 2:
-    case 4:
-    case 6:
-      return RunPassesReading<ReadxRGB>(blur);
-    case kPixelFormatConsole:
-      return RunPassesReading<ReadBGRx>(blur);
-    default:
-      return RunPassesReading<ReadNothing>(blur);
-  }
+  WithLayouts(blur.reader.pixelFormat, blur.writer.pixelFormat,
+              [&]<class In, class Out>() { RunPasses<In, Out>(blur); });
 }
 
 void FillDivisionTable(int32_t* table, int64_t k) {
@@ -267,9 +184,7 @@ void FillDivisionTable(int32_t* table, int64_t k) {
 }  // namespace
 
 int32_t BlurRadius(double radius) {
-  // NaN fails both comparisons.
-  if (!(radius > -2147483649.0 && radius < 2147483648.0)) return INT32_MIN;
-  return static_cast<int32_t>(radius);
+  return TruncateToInt32(radius);
 }
 
 REALpicture BlurQPX(REALpicture source, double radius, int32_t yieldInterval) {
@@ -280,12 +195,11 @@ REALpicture BlurQPX(REALpicture source, double radius, int32_t yieldInterval) {
     return source;
   }
 
-  PictureReader reader;
-  if (!reader.GetPictureEditor(source, true, false)) return nullptr;
-
-  REALpicture result = nullptr;
-  PictureWriter writer;
-  if (writer.NewPictureWriter(false, reader.width, reader.height)) {
+  // The destination never has an alpha channel.
+  auto shape = [](const PictureReader& reader) {
+    return NewPictureShape{false, reader.width, reader.height};
+  };
+  return FillNewPicture(source, shape, [&](const PictureReader& reader, PictureWriter& writer) {
     YieldData yielding{yieldInterval, 0};
 
     // Sizes in 64 bits: a radius too large for the table fails the size test instead of
@@ -309,8 +223,6 @@ REALpicture BlurQPX(REALpicture source, double radius, int32_t yieldInterval) {
     }
     buffers.Free();
     if (yielding.interval != 0) yielding.DoYield();
-    result = writer.RenderPictureWriter();
-  }
-  reader.clear();
-  return result;
+    return true;
+  });
 }
