@@ -38,6 +38,8 @@ struct ReadNothing {
 template <int R, int G, int B, int Fourth, uint8_t FourthValue>
 struct StoreBytes {
   static constexpr bool kStores = true;
+  static constexpr int kRed = R, kGreen = G, kBlue = B, kFourth = Fourth;
+  static constexpr uint8_t kFourthValue = FourthValue;
   static void Store(uint8_t* p, uint8_t r, uint8_t g, uint8_t b) {
     p[R] = r;
     p[G] = g;
@@ -52,6 +54,17 @@ struct StoreNothing {
   static constexpr bool kStores = false;
   static void Store(uint8_t*, uint8_t, uint8_t, uint8_t) {}
 };
+
+// Whether a read layout and a store layout put red, green and blue at the same bytes, so that
+// a loop may carry whole pixels over and only set the fourth byte afterwards.
+template <class In, class Out>
+constexpr bool SameChannelBytes() {
+  if constexpr (In::kReads && Out::kStores) {
+    return In::kRed == Out::kRed && In::kGreen == Out::kGreen && In::kBlue == Out::kBlue;
+  } else {
+    return false;
+  }
+}
 
 namespace pixel_layout_detail {
 

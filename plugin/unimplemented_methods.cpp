@@ -5,10 +5,6 @@ bool DrawPictureF(REALpicture, REALpicture, double, double, double, int32_t) {
   return false;
 }
 
-REALpicture PictureResizeQPX(REALpicture, int32_t, int32_t, int8_t, int32_t) {
-  return nullptr;
-}
-
 REALpicture PictureResizeImageAndMaskQPX(REALpicture, int32_t, int32_t, int8_t, int32_t) {
   return nullptr;
 }
