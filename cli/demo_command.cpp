@@ -19,6 +19,17 @@ namespace {
 
 constexpr qpxhost::AppKind kDemoHosts[] = {qpxhost::AppKind::Console, qpxhost::AppKind::Desktop};
 
+// Each 4 x 4 block of a detail enlargement is one pixel of the detail.
+constexpr int32_t kDetailZoom = 4;
+
+// A picture the demo's calls are made on, indexed by DemoReceiver.
+struct DemoInput {
+  std::string file;
+  std::string caption;
+  Image image;
+  int32_t shownWidth = 0;  // on the contact sheet; 0: as wide as a column
+};
+
 struct DemoResult {
   const DemoCall* call;
   qpxhost::AppKind host;
@@ -73,12 +84,35 @@ void WriteTextFile(const std::string& path, const std::string& text) {
   if (std::rename(temp.c_str(), path.c_str()) != 0) throw fail(errno);
 }
 
-std::string Figure(const std::string& file, const std::string& title, const std::string& text) {
+// `shownWidth` > 0 shows the picture that wide with square pixels, for small pictures that the
+// browser would otherwise smooth while stretching them.
+std::string Figure(const std::string& file, const std::string& title, const std::string& text,
+                   int32_t shownWidth = 0) {
+  const std::string size =
+      shownWidth > 0 ? " class=\"pixels\" width=\"" + std::to_string(shownWidth) + "\"" : "";
   return "<figure><a href=\"" + Html(file) + "\"><img src=\"" + Html(file) + "\" alt=\"" +
-         Html(file) + "\"></a><figcaption>" + title + "<br>" + text + "</figcaption></figure>\n";
+         Html(file) + "\"" + size + "></a><figcaption>" + title + "<br>" + text +
+         "</figcaption></figure>\n";
 }
 
-std::string ContactSheet(const Image& input, const std::vector<DemoResult>& results,
+std::vector<DemoInput> MakeDemoInputs() {
+  std::vector<DemoInput> inputs(2);
+  DemoInput& sample = inputs[size_t(DemoReceiver::Sample)];
+  sample.file = "input.png";
+  sample.caption = "the sample picture made by qpx";
+  sample.image = MakeDemoPicture();
+  DemoInput& detail = inputs[size_t(DemoReceiver::Detail)];
+  detail.file = "detail.png";
+  detail.caption = "the corner of the sign board, cut from pic at (" +
+                   std::to_string(kDemoDetail.x) + ", " + std::to_string(kDemoDetail.y) +
+                   "), shown " + std::to_string(kDetailZoom) + " times as wide";
+  detail.image = CropImage(sample.image, kDemoDetail);
+  detail.shownWidth = kDemoDetail.width * kDetailZoom;
+  return inputs;
+}
+
+std::string ContactSheet(const std::vector<DemoInput>& inputs,
+                         const std::vector<DemoResult>& results,
                          const PictureCommandOptions& options) {
   std::string page =
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
@@ -88,21 +122,29 @@ std::string ContactSheet(const Image& input, const std::vector<DemoResult>& resu
       ".sheet { display: grid; grid-template-columns: repeat(auto-fill, minmax(330px, 1fr)); "
       "gap: 16px; }\n"
       "figure { margin: 0; padding: 8px; background: #fff; border: 1px solid #d8d8d2; }\n"
-      "figure img { display: block; width: 100%; height: auto; }\n"
+      "figure img { display: block; max-width: 100%; height: auto; }\n"
+      "figure img.pixels { image-rendering: pixelated; }\n"
       "figcaption { margin-top: 6px; font-size: 14px; line-height: 1.4; }\n"
       "code { font-size: 15px; }\n</style>\n</head>\n<body>\n"
       "<h1>Picture QPX: contact sheet</h1>\n<p>Each picture below is the result of the call under "
-      "it, run by <code>qpx demo</code> on the input picture through the emulated host (version " +
+      "it, run by <code>qpx demo</code> on the first two pictures, <code>pic</code> and "
+      "<code>detail</code>, through the emulated host (version " +
       Html(options.host.hostVersion) + ", desktop pixel layout " + std::to_string(options.layout) +
       "). Click a picture to see it at full size.</p>\n<div class=\"sheet\">\n";
-  page += Figure("input.png", "<b>input</b>",
-                 std::to_string(input.width) + " &times; " + std::to_string(input.height) +
-                     ", the sample picture made by qpx");
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    const DemoInput& input = inputs[i];
+    page += Figure(input.file,
+                   "<b><code>" + std::string(DemoReceiverName(DemoReceiver(i))) + "</code></b>",
+                   std::to_string(input.image.width) + " &times; " +
+                       std::to_string(input.image.height) + ", " + Html(input.caption),
+                   input.shownWidth);
+  }
   for (const DemoResult& result : results) {
-    page += Figure(result.file, "<code>" + Html(result.call->call.Text()) + "</code>",
-                   std::string(qpxhost::AppKindName(result.host)) + " host &middot; " +
-                       Html(result.call->caption) + (result.note.empty() ? "" : "<br>") +
-                       Html(result.note));
+    const DemoCall& call = *result.call;
+    page += Figure(
+        result.file, "<code>" + Html(call.call.Text(DemoReceiverName(call.receiver))) + "</code>",
+        std::string(qpxhost::AppKindName(result.host)) + " host &middot; " + Html(call.caption) +
+            (result.note.empty() ? "" : "<br>") + Html(result.note));
   }
   return page + "</div>\n</body>\n</html>\n";
 }
@@ -118,11 +160,29 @@ int64_t DifferentPixels(const Image& a, const Image& b) {
 
 }  // namespace
 
+const char* DemoReceiverName(DemoReceiver receiver) {
+  return receiver == DemoReceiver::Sample ? "pic" : "detail";
+}
+
 const std::vector<DemoCall>& DemoCalls() {
+  constexpr int32_t zoomedWidth = kDemoDetail.width * kDetailZoom;
+  constexpr int32_t zoomedHeight = kDemoDetail.height * kDetailZoom;
   static const std::vector<DemoCall> calls = {
       {"blur-1", "box blur, radius 1 (3 x 3 box)", {"BlurQPX", {1.0}}},
       {"blur-3", "box blur, radius 3 (7 x 7 box)", {"BlurQPX", {3.0}}},
       {"blur-8", "box blur, radius 8 (17 x 17 box)", {"BlurQPX", {8.0}}},
+      {"scale-quarter",
+       "box resize to a quarter of each side: every pixel the mean of 4 pixels across, from "
+       "every 4th row",
+       {"ScaleQPX", {int32_t{160}, int32_t{120}, false}}},
+      {"detail-nearest",
+       "4 x enlargement without anti-aliasing: every pixel repeated as a 4 x 4 block",
+       {"ScaleQPX", {zoomedWidth, zoomedHeight, false}},
+       DemoReceiver::Detail},
+      {"detail-antialias",
+       "4 x anti-aliased enlargement: smooth blends between neighbouring pixels",
+       {"ScaleQPX", {zoomedWidth, zoomedHeight, true}},
+       DemoReceiver::Detail},
   };
   return calls;
 }
@@ -135,13 +195,14 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
   std::filesystem::create_directories(dir, error);
   if (error) throw std::runtime_error("cannot create '" + directory + "': " + error.message());
 
-  const Image input = MakeDemoPicture();
-  WritePng((dir / "input.png").string(), input, false);
+  const std::vector<DemoInput> inputs = MakeDemoInputs();
+  for (const DemoInput& input : inputs) WritePng((dir / input.file).string(), input.image, false);
 
   const YieldPlan plan = PlanYield(options.yield, ProgressBar::Wanted());
   int64_t total = 0;
   for (const DemoCall& call : DemoCalls()) {
-    total += RowYields(call.call, input.width, input.height) * std::size(kDemoHosts);
+    const Image& receiver = inputs[size_t(call.receiver)].image;
+    total += RowYields(call.call, receiver.width, receiver.height) * std::size(kDemoHosts);
   }
   ProgressBar bar("demo", plan.everyRow ? total : 0);
 
@@ -154,10 +215,14 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
     host.onYield = [&bar] { bar.Advance(); };
     qpxhost::PictureOptions pictureKind;
     pictureKind.layout = options.layout;
-    PictureRef picture = ImageToPicture(host, input, pictureKind);
+    std::vector<PictureRef> pictures;
+    for (const DemoInput& input : inputs) {
+      pictures.push_back(ImageToPicture(host, input.image, pictureKind));
+    }
     for (size_t i = 0; i < DemoCalls().size(); ++i) {
       const DemoCall& call = DemoCalls()[i];
-      Image result = RunMethod(host, picture.get(), call.call, plan.argument);
+      Image result =
+          RunMethod(host, pictures[size_t(call.receiver)].get(), call.call, plan.argument);
       DemoResult shown{&call, kind, call.file + "-" + qpxhost::AppKindName(kind) + ".png", ""};
       WritePng((dir / shown.file).string(), result, result.hasAlpha);
       if (kind == kDemoHosts[0]) {
@@ -176,7 +241,7 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
       results.push_back(std::move(shown));
     }
     host.onYield = nullptr;
-    picture.Reset();
+    pictures.clear();
     CheckLedger(host, "the demo's calls");
   }
   bar.Finish();
@@ -185,8 +250,9 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
                    [](const DemoResult& a, const DemoResult& b) { return a.call < b.call; });
 
   const std::string index = (dir / "index.html").string();
-  WriteTextFile(index, ContactSheet(input, results, options));
-  std::printf("wrote %zu pictures and the contact sheet %s\n", results.size() + 1, index.c_str());
+  WriteTextFile(index, ContactSheet(inputs, results, options));
+  std::printf("wrote %zu pictures and the contact sheet %s\n", inputs.size() + results.size(),
+              index.c_str());
 }
 
 void AddDemoCommand(CLI::App& app) {

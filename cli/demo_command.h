@@ -11,10 +11,18 @@
 
 namespace qpx {
 
+// The pictures the demo calls methods on: the sample picture ("pic") and a detail crop of it
+// ("detail"), for enlargements that show single pixels.
+enum class DemoReceiver { Sample, Detail };
+
+// The name the contact sheet gives the receiver in calls, e.g. "pic".
+const char* DemoReceiverName(DemoReceiver receiver);
+
 struct DemoCall {
   std::string file;     // file name stem; "-console.png" or "-desktop.png" is added
   std::string caption;  // what the result shows
   MethodCall call;
+  DemoReceiver receiver = DemoReceiver::Sample;
 };
 
 // The calls the demo makes, one row per call.
@@ -22,8 +30,8 @@ const std::vector<DemoCall>& DemoCalls();
 
 void AddDemoCommand(CLI::App& app);
 
-// Writes input.png, the results and index.html into `directory`, creating it when needed.
-// `options.host.host` and `options.alpha` are not used: the demo picks the hosts itself.
+// Writes input.png, detail.png, the results and index.html into `directory`, creating it when
+// needed. `options.host.host` and `options.alpha` are not used: the demo picks the hosts itself.
 void RunDemo(const PictureCommandOptions& options, const std::string& directory);
 
 }  // namespace qpx

@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 #include <cmath>
+#include <cstddef>
+#include <stdexcept>
 
 namespace qpx {
 namespace {
@@ -205,6 +207,25 @@ void DrawText(Image& image, int32_t x, int32_t y, const std::string& text, int32
   }
 }
 
+Image CropImage(const Image& image, Region region) {
+  if (region.x < 0 || region.y < 0 || region.width < 1 || region.height < 1 ||
+      region.width > image.width - region.x || region.height > image.height - region.y) {
+    throw std::out_of_range("the region lies outside the picture");
+  }
+  Image crop;
+  crop.width = region.width;
+  crop.height = region.height;
+  crop.hasAlpha = image.hasAlpha;
+  const size_t rowBytes = size_t(region.width) * 4;
+  for (int32_t y = region.y; y < region.y + region.height; ++y) {
+    const auto row =
+        image.rgba.begin() +
+        static_cast<ptrdiff_t>((size_t(y) * size_t(image.width) + size_t(region.x)) * 4);
+    crop.rgba.insert(crop.rgba.end(), row, row + static_cast<ptrdiff_t>(rowBytes));
+  }
+  return crop;
+}
+
 Image MakeDemoPicture(int32_t width, int32_t height) {
   Image image;
   image.width = width;
@@ -231,7 +252,7 @@ Image MakeDemoPicture(int32_t width, int32_t height) {
   FillRect(image, bx0 + 6 * s, by0 + 6 * s, bx1 + 6 * s, by1 + 6 * s, {30, 42, 24});
   FillRect(image, bx0, by0, bx1, by1, {66, 44, 30});
   FillRect(image, bx0 + 4 * s, by0 + 4 * s, bx1 - 4 * s, by1 - 4 * s, {238, 234, 222});
-  DrawText(image, bx0 + 12 * s, by0 + 12 * s, "Box blur: r 1, 3, 8", 2 * s, 150, 20, 24);
+  DrawText(image, bx0 + 12 * s, by0 + 12 * s, "Scale and blur", 2 * s, 150, 20, 24);
   DrawText(image, bx0 + 12 * s, by0 + 36 * s, "The quick brown fox jumps", 1 * s, 20, 20, 20);
   DrawText(image, bx0 + 12 * s, by0 + 48 * s, "over 13 lazy dogs. 0123456789", 1 * s, 20, 20, 20);
   DrawText(image, bx0 + 12 * s, by0 + 60 * s, "(console/desktop hosts)", 1 * s, 40, 60, 130);

@@ -12,6 +12,18 @@ namespace qpx {
 // and shapes, a fine line chart and lettering. The same every time.
 Image MakeDemoPicture(int32_t width = 640, int32_t height = 480);
 
+// A rectangle of pixels; (x, y) is its top left corner.
+struct Region {
+  int32_t x, y, width, height;
+};
+
+// The demo's detail of the 640 x 480 sample picture: the top left corner of the sign board, with
+// the board's frame against the meadow, large and small lettering.
+constexpr Region kDemoDetail{28, 332, 80, 60};
+
+// The pixels of `region`. Throws std::out_of_range unless it lies within `image`.
+Image CropImage(const Image& image, Region region);
+
 // Draws `text` with a 5 x 7 pixel font, each font pixel `scale` x `scale` pixels; (x, y) is the
 // top left corner. Letters are drawn as capitals; characters the font lacks as blanks.
 void DrawText(Image& image, int32_t x, int32_t y, const std::string& text, int32_t scale, uint8_t r,

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   qpx::AddInfoCommand(app);
   qpx::AddConvertCommand(app);
   qpx::AddBlurCommand(app);
+  qpx::AddScaleCommand(app);
   qpx::AddDemoCommand(app);
   try {
     app.parse(argc, argv);

@@ -1,5 +1,6 @@
 #include "picture_commands.h"
 
+#include <functional>
 #include <memory>
 
 #include "progress_bar.h"
@@ -10,17 +11,27 @@ namespace {
 struct FileCommand {
   PictureCommandOptions options;
   std::string input, output;
-  double radius = 0;
 };
 
+// A command that reads `input` and writes `output`, with the common options. `makeCall` gives
+// the method call to run once the command line is parsed, or nothing for a plain conversion.
 CLI::App* AddFileCommand(CLI::App& app, const std::string& name, const std::string& description,
-                         FileCommand& command) {
+                         std::function<std::optional<MethodCall>()> makeCall) {
+  auto command = std::make_shared<FileCommand>();
   CLI::App* sub = app.add_subcommand(name, description);
-  sub->add_option("input", command.input, "Image file to read (PNG or JPEG)")->required();
-  sub->add_option("output", command.output, "PNG file to write")->required();
-  AddPictureOptions(*sub, command.options);
+  sub->add_option("input", command->input, "Image file to read (PNG or JPEG)")->required();
+  sub->add_option("output", command->output, "PNG file to write")->required();
+  AddPictureOptions(*sub, command->options);
+  sub->callback([command, makeCall] {
+    ProcessFile(command->options, command->input, command->output, makeCall());
+  });
   return sub;
 }
+
+struct ScaleArguments {
+  int32_t width = 0, height = 0;
+  bool antiAlias = false;
+};
 
 }  // namespace
 
@@ -49,27 +60,34 @@ void ProcessFile(const PictureCommandOptions& options, const std::string& input,
 }
 
 void AddConvertCommand(CLI::App& app) {
-  auto command = std::make_shared<FileCommand>();
-  CLI::App* sub =
-      AddFileCommand(app, "convert",
-                     "Load an image into a host picture of the chosen kind and layout and write "
-                     "it back out",
-                     *command);
-  sub->callback(
-      [command] { ProcessFile(command->options, command->input, command->output, std::nullopt); });
+  AddFileCommand(app, "convert",
+                 "Load an image into a host picture of the chosen kind and layout and write it "
+                 "back out",
+                 [] { return std::optional<MethodCall>(); });
 }
 
 void AddBlurCommand(CLI::App& app) {
-  auto command = std::make_shared<FileCommand>();
+  auto radius = std::make_shared<double>(0);
   CLI::App* sub =
-      AddFileCommand(app, "blur", "Box-blur an image with the module's BlurQPX", *command);
-  sub->add_option("-r,--radius", command->radius,
+      AddFileCommand(app, "blur", "Box-blur an image with the module's BlurQPX", [radius] {
+        return MethodCall{"BlurQPX", {*radius}};
+      });
+  sub->add_option("-r,--radius", *radius,
                   "Blur radius; its whole part r gives a (2r+1) x (2r+1) box, below 1 no blur")
       ->required();
-  sub->callback([command] {
-    ProcessFile(command->options, command->input, command->output,
-                MethodCall{"BlurQPX", {command->radius}});
-  });
+}
+
+void AddScaleCommand(CLI::App& app) {
+  auto arguments = std::make_shared<ScaleArguments>();
+  CLI::App* sub =
+      AddFileCommand(app, "scale", "Resize an image with the module's ScaleQPX", [arguments] {
+        return MethodCall{"ScaleQPX", {arguments->width, arguments->height, arguments->antiAlias}};
+      });
+  sub->add_option("--width", arguments->width, "Width of the result in pixels")->required();
+  sub->add_option("--height", arguments->height, "Height of the result in pixels")->required();
+  sub->add_flag("--antialias", arguments->antiAlias,
+                "Enlarge smoothly when the result is both wider and taller than the picture; "
+                "otherwise, as without this flag, the box resizer");
 }
 
 }  // namespace qpx

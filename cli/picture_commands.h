@@ -1,5 +1,5 @@
-// "qpx convert" and "qpx blur": an image file through a host picture, and optionally one of the
-// module's methods, into a PNG file.
+// "qpx convert", "qpx blur" and "qpx scale": an image file through a host picture, and
+// optionally one of the module's methods, into a PNG file.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -13,6 +13,7 @@ namespace qpx {
 
 void AddConvertCommand(CLI::App& app);
 void AddBlurCommand(CLI::App& app);
+void AddScaleCommand(CLI::App& app);
 
 // Reads `input` into a host booted from `options`, runs `call` on it when given, and writes
 // the picture or the call's result to `output`. Nothing is written on any failure.

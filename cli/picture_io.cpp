@@ -28,25 +28,47 @@ int32_t WholePart(double value) {
   return static_cast<int32_t>(value);
 }
 
+// Argument `index` of the call when it holds a T, else `fallback`.
+template <typename T>
+T ArgumentOr(const MethodCall& call, size_t index, T fallback) {
+  if (index >= call.arguments.size()) return fallback;
+  const T* value = std::get_if<T>(&call.arguments[index]);
+  return value != nullptr ? *value : fallback;
+}
+
 double NumberArgument(const MethodCall& call, size_t index) {
-  if (index >= call.arguments.size()) return 0;
-  const qpxhost::Value& value = call.arguments[index];
-  if (const auto* number = std::get_if<double>(&value)) return *number;
-  if (const auto* integer = std::get_if<int32_t>(&value)) return *integer;
-  return 0;
+  return ArgumentOr<double>(call, index, ArgumentOr<int32_t>(call, index, 0));
+}
+
+bool IsPictureSize(int32_t width, int32_t height) {
+  return width >= 1 && height >= 1 && width <= kMaxImageSide && height <= kMaxImageSide;
 }
 
 // Blur: a vertical and a horizontal pass over every row, with one yield before and one after.
 int64_t BlurYields(const MethodCall& call, int32_t width, int32_t height) {
   if (WholePart(NumberArgument(call, 0)) < 1) return 0;  // the receiver comes back as it is
-  if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide) return 0;
+  if (!IsPictureSize(width, height)) return 0;
   return 2 * int64_t{height} + 2;
+}
+
+// Scale: the receiver itself at the same size. The anti-aliased enlargement, taken only when
+// the picture grows both ways, checks three times before its rows and then once per row and
+// pixel byte (4), with no check after; the box resizer checks once per row and once after.
+int64_t ScaleYields(const MethodCall& call, int32_t width, int32_t height) {
+  const int32_t newWidth = ArgumentOr<int32_t>(call, 0, 0);
+  const int32_t newHeight = ArgumentOr<int32_t>(call, 1, 0);
+  if (!IsPictureSize(width, height) || !IsPictureSize(newWidth, newHeight)) return 0;
+  if (newWidth == width && newHeight == height) return 0;
+  if (ArgumentOr(call, 2, false) && newWidth > width && newHeight > height) {
+    return 3 + 4 * int64_t{newHeight};
+  }
+  return int64_t{newHeight} + 1;
 }
 
 // Methods whose yields are known, by name.
 const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)>& YieldCounters() {
   static const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)> counters = {
-      {"BlurQPX", &BlurYields}};
+      {"BlurQPX", &BlurYields}, {"ScaleQPX", &ScaleYields}};
   return counters;
 }
 
@@ -128,8 +150,8 @@ void CheckLedger(const qpxhost::Host& host, const std::string& after) {
   }
 }
 
-std::string MethodCall::Text() const {
-  std::string text = "pic." + method + "(";
+std::string MethodCall::Text(const std::string& receiver) const {
+  std::string text = receiver + "." + method + "(";
   for (size_t i = 0; i < arguments.size(); ++i) {
     if (i > 0) text += ", ";
     text += ValueText(arguments[i]);

@@ -50,8 +50,8 @@ struct MethodCall {
   std::string method;
   std::vector<qpxhost::Value> arguments;
 
-  // As a host program would write it, e.g. "pic.BlurQPX(3.0)".
-  std::string Text() const;
+  // As a host program would write it, e.g. "pic.BlurQPX(3.0)" with the receiver "pic".
+  std::string Text(const std::string& receiver = "pic") const;
 };
 
 // How many yields the call makes when it yields after every row, or 0 when unknown.

@@ -11,6 +11,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -139,6 +140,21 @@ Image UniformImage(int32_t width, int32_t height, uint8_t r, uint8_t g, uint8_t 
   image.width = width;
   image.height = height;
   for (int32_t i = 0; i < width * height; ++i) image.rgba.insert(image.rgba.end(), {r, g, b, 255});
+  return image;
+}
+
+// The R, G, B, A bytes of pixel (x, y).
+const uint8_t* PixelAt(const Image& image, int32_t x, int32_t y) {
+  return &image.rgba[(size_t(y) * size_t(image.width) + size_t(x)) * 4];
+}
+
+// Gray pixels, row after row, opaque.
+Image GrayImage(int32_t width, int32_t height, const std::vector<uint8_t>& values) {
+  Image image;
+  image.width = width;
+  image.height = height;
+  image.rgba.resize(values.size() * 4, 255);
+  for (size_t i = 0; i < values.size(); ++i) std::fill_n(&image.rgba[i * 4], 3, values[i]);
   return image;
 }
 
@@ -336,6 +352,12 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
       {"blur", "in.png", "out.png"},
       {"blur", "in.png", "out.png", "--radius", "wide"},
       {"blur", "in.png", "out.png", "--radius", "2", "--alpha", "--layout", "3"},
+      {"scale", "in.png", "out.png", "--height", "4"},
+      {"scale", "in.png", "out.png", "--width", "4"},
+      {"scale", "in.png", "out.png", "--width", "wide", "--height", "4"},
+      {"scale", "in.png", "out.png", "--width", "2.5", "--height", "4"},
+      {"scale", "in.png", "out.png", "--width", "4", "--height", "3000000000"},
+      {"scale", "in.png", "out.png", "--width", "4", "--height", "4", "--antialias", "yes"},
       {"demo", "--layout", "9"},
       {"paint", "in.png"},
       {},
@@ -352,7 +374,7 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-  for (const char* command : {"info", "convert", "blur", "demo"}) {
+  for (const char* command : {"info", "convert", "blur", "scale", "demo"}) {
     SCOPED_TRACE(command);
     const QpxRun run = Qpx({command, "--help"});
     EXPECT_EQ(run.exitCode, 0);
@@ -360,13 +382,13 @@ TEST_F(CliTest, EveryCommandHasHelp) {
   }
   const QpxRun run = Qpx({"--help"});
   EXPECT_EQ(run.exitCode, 0);
-  for (const char* command : {"info", "convert", "blur", "demo"}) {
+  for (const char* command : {"info", "convert", "blur", "scale", "demo"}) {
     EXPECT_THAT(run.out, HasSubstr(command));
   }
 }
 
 TEST_F(CliTest, CommonOptionsAreOnEveryPictureCommand) {
-  for (const char* command : {"convert", "blur"}) {
+  for (const char* command : {"convert", "blur", "scale"}) {
     const QpxRun run = Qpx({command, "--help"});
     for (const char* option :
          {"--host ", "--layout", "--alpha", "--host-version", "--plugin", "--yield"}) {
@@ -443,6 +465,152 @@ TEST_F(CliTest, BlurSmoothsAnEdge) {
   EXPECT_EQ(output.rgba[(12 + 7) * 4], 255);
 }
 
+// --- scale ------------------------------------------------------------------------------------
+// These need the module's ScaleQPX.
+
+// "qpx scale in.png OUTPUT --width W --height H", with --antialias when asked, then `more`.
+std::vector<std::string> ScaleArgs(const std::string& output, int32_t width, int32_t height,
+                                   bool antialias, const std::vector<std::string>& more = {}) {
+  std::vector<std::string> args = {"scale", "in.png", output};
+  args.insert(args.end(), {"--width", std::to_string(width), "--height", std::to_string(height)});
+  if (antialias) args.push_back("--antialias");
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+// Pixels of `big` equal to pixel (x / xFactor, y / yFactor) of `small`.
+int64_t RepeatedPixels(const Image& big, const Image& small, int32_t xFactor, int32_t yFactor) {
+  int64_t count = 0;
+  for (int32_t y = 0; y < big.height; ++y) {
+    for (int32_t x = 0; x < big.width; ++x) {
+      count += std::memcmp(PixelAt(big, x, y), PixelAt(small, x / xFactor, y / yFactor), 4) == 0;
+    }
+  }
+  return count;
+}
+
+// Opaque gray pixels of the given values, row after row.
+void ExpectGray(const Image& image, const std::vector<uint8_t>& values) {
+  ASSERT_EQ(size_t(image.width) * size_t(image.height), values.size());
+  for (size_t i = 0; i < values.size(); ++i) {
+    const uint8_t* pixel = &image.rgba[i * 4];
+    const uint8_t v = values[i];
+    EXPECT_THAT(std::vector<uint8_t>(pixel, pixel + 4), ::testing::ElementsAre(v, v, v, 255))
+        << "pixel " << i % size_t(image.width) << ", " << i / size_t(image.width);
+  }
+}
+
+class CliScaleTest : public CliTest {
+ protected:
+  // Runs "qpx scale" on in.png in every kind of host and reads each out.png back, expecting a
+  // quiet success and an opaque picture of the requested size.
+  std::vector<Image> ScaleInEveryHost(int32_t width, int32_t height, bool antialias) {
+    std::vector<Image> outputs;
+    for (const char* host : kHostKinds) {
+      SCOPED_TRACE(host);
+      const QpxRun run = Qpx(ScaleArgs("out.png", width, height, antialias, {"--host", host}));
+      EXPECT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");  // no terminal: no progress bar
+      EXPECT_EQ(run.out, "");
+      if (run.exitCode != 0) continue;
+      Image output = ReadImage(Path("out.png"));
+      EXPECT_FALSE(output.hasAlpha);
+      EXPECT_EQ(output.width, width);
+      EXPECT_EQ(output.height, height);
+      if (output.width == width && output.height == height) outputs.push_back(std::move(output));
+    }
+    EXPECT_EQ(outputs.size(), std::size(kHostKinds));
+    return outputs;
+  }
+};
+
+TEST_F(CliScaleTest, EnlargesWithoutAntialiasByRepeatingPixels) {
+  const Image input = RandomImage(2, 2, false);
+  WritePng(Path("in.png"), input, false);
+  for (const Image& output : ScaleInEveryHost(4, 4, false)) {
+    EXPECT_EQ(RepeatedPixels(output, input, 2, 2), 16);  // every pixel as a 2 x 2 block
+  }
+}
+
+TEST_F(CliScaleTest, ShrinkAveragesAcrossFromTheTopRowOfEachBox) {
+  // Halving each side: boxes of 2 x 2, of which only the top row is read, so rows 1 and 3 do
+  // not count. Each value is (0.5 + 2 * (a + b)) / 4 truncated: the mean of a and b, plus 1/8.
+  WritePng(Path("in.png"),
+           GrayImage(4, 4,
+                     {10, 13, 200, 101,    //
+                      255, 255, 255, 255,  //
+                      0, 1, 60, 61,        //
+                      255, 255, 255, 255}),
+           false);
+  for (const Image& output : ScaleInEveryHost(2, 2, false)) {
+    ExpectGray(output, {11, 150, 0, 60});  // 11.5, 150.5, 0.5 and 60.5, each plus 1/8
+  }
+}
+
+TEST_F(CliScaleTest, WithAntialiasBlendsNeighbours) {
+  // 2 x 2 to 4 x 4: output rows and columns sit at source positions 0, 0.5, 1 and 1.5; the
+  // smoothstep weights at 0.5 are 0.5 and 0.5, and beyond the last source pixel it repeats.
+  // Each value is rounded half up.
+  WritePng(Path("in.png"), GrayImage(2, 2, {0, 100, 200, 41}), false);
+  for (const Image& output : ScaleInEveryHost(4, 4, true)) {
+    ExpectGray(output, {0, 50, 100, 100,  //
+                        100, 85, 71, 71,  // (0 + 100 + 200 + 41) / 4 = 85.25; (100 + 41) / 2 = 70.5
+                        200, 121, 41, 41,  //
+                        200, 121, 41, 41});
+  }
+}
+
+TEST_F(CliScaleTest, WithAntialiasGrowingOneWayOnlyRepeatsPixels) {
+  const Image input = RandomImage(2, 2, false);
+  WritePng(Path("in.png"), input, false);
+  for (const Image& output : ScaleInEveryHost(4, 2, true)) {
+    EXPECT_EQ(RepeatedPixels(output, input, 2, 1), 8);  // the box resizer, not the smooth one
+  }
+}
+
+TEST_F(CliScaleTest, ToTheSameSizeGivesThePictureBack) {
+  const Image input = RandomImage(7, 5, false);
+  WritePng(Path("in.png"), input, false);
+  for (const char* host : kHostKinds) {
+    for (bool antialias : {false, true}) {
+      SCOPED_TRACE(std::string(host) + (antialias ? " antialias" : ""));
+      const QpxRun run = Qpx(ScaleArgs("out.png", 7, 5, antialias, {"--host", host}));
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_TRUE(ReadImage(Path("out.png")).rgba == input.rgba);
+    }
+  }
+}
+
+TEST_F(CliScaleTest, WithYieldingGivesTheSameResult) {
+  WritePng(Path("in.png"), RandomImage(20, 15, false), false);
+  for (bool antialias : {false, true}) {
+    SCOPED_TRACE(antialias ? "antialias" : "");
+    ASSERT_EQ(Qpx(ScaleArgs("a.png", 45, 31, antialias)).exitCode, 0);
+    for (const char* yield : {"1", "-1", "-2147483648"}) {
+      const QpxRun run = Qpx(ScaleArgs("b.png", 45, 31, antialias, {"--yield", yield}));
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");
+      EXPECT_TRUE(ReadImage(Path("a.png")).rgba == ReadImage(Path("b.png")).rgba) << yield;
+    }
+  }
+}
+
+TEST_F(CliScaleTest, ToNoPixelsIsOneErrorLineAndNoOutput) {
+  WritePng(Path("in.png"), RandomImage(4, 4, false), false);
+  const QpxRun run = Qpx(ScaleArgs("out.png", 0, 4, false));
+  ExpectOneErrorLine(run);
+  EXPECT_EQ(run.err, "qpx: pic.ScaleQPX(0, 4, False) returned nil\n");
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+
+  WriteBytes(Path("out.png"), "precious");
+  for (const char* host : kHostKinds) {
+    SCOPED_TRACE(host);
+    ExpectOneErrorLine(Qpx(ScaleArgs("out.png", 8, -3, true, {"--host", host})));
+    EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+  }
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "out.png"));
+}
+
 // --- demo -------------------------------------------------------------------------------------
 
 TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
@@ -456,17 +624,47 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
     at += 5;
     sources.push_back(page.substr(at, page.find('"', at) - at));
   }
-  EXPECT_EQ(sources.size(), 1 + 2 * DemoCalls().size());
+  EXPECT_EQ(sources.size(), 2 + 2 * DemoCalls().size());
   EXPECT_THAT(sources, ::testing::Contains("input.png"));
+  EXPECT_THAT(sources, ::testing::Contains("detail.png"));
+  // Sizes: the blurs keep the sample's, the shrink is a quarter of each side, the detail and its
+  // enlargements are 80 x 60 and 4 times that.
+  const std::pair<const char*, std::pair<int32_t, int32_t>> sizes[] = {
+      {"input", {640, 480}}, {"blur-", {640, 480}},           {"scale-quarter-", {160, 120}},
+      {"detail.", {80, 60}}, {"detail-nearest-", {320, 240}}, {"detail-antialias-", {320, 240}}};
   for (const std::string& file : sources) {
     SCOPED_TRACE(file);
     const Image image = ReadImage(Path("out/" + file));
-    EXPECT_EQ(image.width, 640);
-    EXPECT_EQ(image.height, 480);
+    const auto* size = std::find_if(std::begin(sizes), std::end(sizes), [&](const auto& entry) {
+      return file.starts_with(entry.first);
+    });
+    ASSERT_NE(size, std::end(sizes));
+    EXPECT_EQ(image.width, size->second.first);
+    EXPECT_EQ(image.height, size->second.second);
   }
   for (const char* text : {"pic.BlurQPX(1.0)", "pic.BlurQPX(3.0)", "pic.BlurQPX(8.0)",
-                           "console host", "desktop host"}) {
+                           "pic.ScaleQPX(160, 120, False)", "detail.ScaleQPX(320, 240, False)",
+                           "detail.ScaleQPX(320, 240, True)", "console host", "desktop host"}) {
     EXPECT_THAT(page, HasSubstr(text));
+  }
+  // The detail is cut from the sample picture, and its plain enlargement repeats its pixels.
+  const Image input = ReadImage(Path("out/input.png"));
+  const Image detail = ReadImage(Path("out/detail.png"));
+  EXPECT_TRUE(detail.rgba == CropImage(input, kDemoDetail).rgba);
+  for (const char* host : {"console", "desktop"}) {
+    const Image nearest = ReadImage(Path(std::string("out/detail-nearest-") + host + ".png"));
+    const Image smooth = ReadImage(Path(std::string("out/detail-antialias-") + host + ".png"));
+    EXPECT_EQ(RepeatedPixels(nearest, detail, 4, 4), 320 * 240) << host;
+    // The smooth one passes through the detail's pixels at every 4th row and column, and blends
+    // in between.
+    int64_t onSource = 0;
+    for (int32_t y = 0; y < detail.height; ++y) {
+      for (int32_t x = 0; x < detail.width; ++x) {
+        onSource += std::memcmp(PixelAt(smooth, 4 * x, 4 * y), PixelAt(detail, x, y), 4) == 0;
+      }
+    }
+    EXPECT_EQ(onSource, 80 * 60) << host;
+    EXPECT_LT(RepeatedPixels(smooth, detail, 4, 4), 320 * 240) << host;
   }
   // Every file written is on the sheet.
   for (const auto& entry : fs::directory_iterator(Path("out"))) {
@@ -500,6 +698,24 @@ TEST(CliDemoPictureTest, IsOpaqueDetailedAndTheSameEveryTime) {
     colours.insert(uint32_t(a.rgba[i]) << 16 | uint32_t(a.rgba[i + 1]) << 8 | a.rgba[i + 2]);
   }
   EXPECT_GT(colours.size(), 10000u);
+}
+
+TEST(CliDemoPictureTest, CropTakesTheRegionsPixels) {
+  const Image image = RandomImage(9, 7, false);
+  const Image crop = CropImage(image, {2, 3, 5, 4});
+  EXPECT_EQ(crop.width, 5);
+  EXPECT_EQ(crop.height, 4);
+  for (int32_t y = 0; y < 4; ++y) {
+    for (int32_t x = 0; x < 5; ++x) {
+      EXPECT_EQ(std::memcmp(PixelAt(crop, x, y), PixelAt(image, x + 2, y + 3), 4), 0);
+    }
+  }
+  EXPECT_TRUE(CropImage(image, {0, 0, 9, 7}).rgba == image.rgba);
+  EXPECT_THROW(CropImage(image, {5, 0, 5, 1}), std::out_of_range);
+  EXPECT_THROW(CropImage(image, {0, -1, 1, 1}), std::out_of_range);
+  EXPECT_THROW(CropImage(image, {0, 0, 0, 1}), std::out_of_range);
+  // The demo's detail lies within the sample picture.
+  EXPECT_NO_THROW(CropImage(MakeDemoPicture(), kDemoDetail));
 }
 
 TEST(CliDemoPictureTest, TextIsDrawnWithTheBuiltInFont) {
@@ -589,6 +805,8 @@ TEST(CliPlumbingTest, CallTextReadsLikeTheHostLanguage) {
   EXPECT_EQ((MethodCall{"BlurQPX", {2.5}}).Text(), "pic.BlurQPX(2.5)");
   EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{320}, int32_t{240}, true}}).Text(),
             "pic.ScaleQPX(320, 240, True)");
+  EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{8}, int32_t{6}, false}}).Text("detail"),
+            "detail.ScaleQPX(8, 6, False)");
 }
 
 TEST(CliPlumbingTest, RowYieldsOfBlur) {
@@ -597,6 +815,26 @@ TEST(CliPlumbingTest, RowYieldsOfBlur) {
   EXPECT_EQ(RowYields({"BlurQPX", {0.99}}, 640, 480), 0);
   EXPECT_EQ(RowYields({"BlurQPX", {std::nan("")}}, 640, 480), 0);
   EXPECT_EQ(RowYields({"NoSuchQPX", {}}, 640, 480), 0);
+}
+
+TEST(CliPlumbingTest, RowYieldsOfScale) {
+  auto scale = [](int32_t width, int32_t height, bool antiAlias) {
+    return MethodCall{"ScaleQPX", {width, height, antiAlias}};
+  };
+  // The box resizer: a check per row and one after.
+  EXPECT_EQ(RowYields(scale(160, 120, false), 640, 480), 121);
+  EXPECT_EQ(RowYields(scale(320, 240, false), 80, 60), 241);
+  // Anti-aliasing only where the picture grows both ways: three checks, then one per row
+  // for each of the 4 pixel bytes.
+  EXPECT_EQ(RowYields(scale(320, 240, true), 80, 60), 963);
+  EXPECT_EQ(RowYields(scale(800, 480, true), 640, 480), 481);
+  EXPECT_EQ(RowYields(scale(640, 600, true), 640, 480), 601);
+  EXPECT_EQ(RowYields(scale(320, 240, true), 640, 480), 241);
+  // The receiver itself, and nil.
+  EXPECT_EQ(RowYields(scale(640, 480, true), 640, 480), 0);
+  EXPECT_EQ(RowYields(scale(640, 480, false), 640, 480), 0);
+  EXPECT_EQ(RowYields(scale(0, 10, true), 640, 480), 0);
+  EXPECT_EQ(RowYields(scale(10, -1, false), 640, 480), 0);
 }
 
 TEST(CliPlumbingTest, YieldPlan) {
@@ -651,6 +889,31 @@ TEST_P(CliMethodTest, BlurWithRadiusZeroHandsBackTheReceiver) {
   const Image output = RunMethod(*host_, picture.get(), {"BlurQPX", {0.0}}, 0);
   EXPECT_TRUE(output.rgba == input.rgba);
   EXPECT_EQ(host_->RefCount(picture.get()), 1);
+}
+
+// Needs the module's ScaleQPX.
+TEST_P(CliMethodTest, ScaleYieldsAsTheProgressBarCounts) {
+  const Image input = RandomImage(7, 5, false);
+  PictureRef picture = ImageToPicture(*host_, input, {});
+  for (const MethodCall& call : {
+           MethodCall{"ScaleQPX", {int32_t{3}, int32_t{2}, false}},
+           MethodCall{"ScaleQPX", {int32_t{14}, int32_t{10}, false}},
+           MethodCall{"ScaleQPX", {int32_t{14}, int32_t{10}, true}},
+           MethodCall{"ScaleQPX", {int32_t{14}, int32_t{5}, true}},
+           MethodCall{"ScaleQPX", {int32_t{7}, int32_t{5}, true}},
+       }) {
+    SCOPED_TRACE(call.Text());
+    int yields = 0;
+    host_->onYield = [&] { ++yields; };
+    const Image output = RunMethod(*host_, picture.get(), call, kYieldEveryRow);
+    EXPECT_EQ(yields, RowYields(call, input.width, input.height));
+    EXPECT_EQ(output.width, std::get<int32_t>(call.arguments[0]));
+    EXPECT_EQ(output.height, std::get<int32_t>(call.arguments[1]));
+    yields = 0;
+    RunMethod(*host_, picture.get(), call, 0);
+    EXPECT_EQ(yields, 0);
+  }
+  host_->onYield = nullptr;
 }
 
 TEST(CliPlumbingTest, NilResultIsAnErrorNamingTheCall) {
