@@ -34,7 +34,7 @@ void CheckPictureCall(qpxhost::Host& host, qpxhost::HostPicture* receiver,
         break;
       }
       EXPECT_EQ(host.RefCount(picture), 1);
-      EXPECT_FALSE(picture->hasAlpha);
+      EXPECT_EQ(picture->hasAlpha, expected.hasAlpha);
       EXPECT_EQ(picture->depth, 32);
       EXPECT_EQ(picture->lockCount, 0) << "result left locked";
       EXPECT_TRUE(SamePixels(expected.pixels, ReadRaw(*picture)));

@@ -19,14 +19,17 @@ struct ExpectedPicture {
   enum class Kind {
     Nil,         // nil
     Receiver,    // the receiver itself, with one reference added
-    NewPicture,  // a new picture without alpha channel, carrying one reference
+    NewPicture,  // a new picture, carrying one reference
   };
   Kind kind = Kind::Nil;
-  RawPicture pixels;  // NewPicture: every byte of every row, in the result's layout
+  RawPicture pixels;      // NewPicture: every byte of every row, in the result's layout
+  bool hasAlpha = false;  // NewPicture: whether it has an alpha channel
 
   static ExpectedPicture Nil() { return {}; }
   static ExpectedPicture Receiver() { return {Kind::Receiver, {}}; }
-  static ExpectedPicture New(RawPicture pixels) { return {Kind::NewPicture, std::move(pixels)}; }
+  static ExpectedPicture New(RawPicture pixels, bool hasAlpha = false) {
+    return {Kind::NewPicture, std::move(pixels), hasAlpha};
+  }
 };
 
 // Calls `method` on `receiver` (which may be nil) with `arguments` and checks the result
@@ -41,6 +44,24 @@ class HostVariantTest : public HostTest, public ::testing::WithParamInterface<Ho
  protected:
   qpxhost::Host& BootVariant() { return Boot(GetParam().config); }
   int32_t NewFormat() const { return NewPictureFormat(GetParam().config); }
+};
+
+// Named tests that run in several hosts one after another.
+class MultiHostTest : public HostTest {
+ protected:
+  // Boots `config` afresh, checking the previous host first.
+  qpxhost::Host& Reboot(const qpxhost::HostConfig& config) {
+    HostTest::TearDown();
+    return Boot(config);
+  }
+  // Runs body(host, config) once in each host of EveryKindOfHost, booted afresh.
+  template <typename Body>
+  void ForEachKindOfHost(Body body) {
+    for (const qpxhost::HostConfig& config : EveryKindOfHost()) {
+      SCOPED_TRACE(HostName(config));
+      body(Reboot(config), config);
+    }
+  }
 };
 
 // Test names for the variants.

@@ -179,4 +179,50 @@ int32_t NewPictureFormat(const qpxhost::HostConfig& config) {
   return config.app == qpxhost::AppKind::Desktop ? config.desktopLayout : 8;
 }
 
+int32_t NewAlphaPictureFormat(const qpxhost::HostConfig& config) {
+  return config.app == qpxhost::AppKind::Desktop ? config.desktopAlphaLayout : 8;
+}
+
+qpxhost::HostConfig AppHost(qpxhost::AppKind app) {
+  qpxhost::HostConfig config;
+  config.app = app;
+  return config;
+}
+
+qpxhost::HostConfig DesktopHost(int32_t layout, int32_t alphaLayout, int32_t padding) {
+  qpxhost::HostConfig config = AppHost(qpxhost::AppKind::Desktop);
+  config.desktopLayout = layout;
+  config.desktopAlphaLayout = alphaLayout;
+  config.rowPadding = padding;
+  return config;
+}
+
+std::string HostName(const qpxhost::HostConfig& config) {
+  std::ostringstream out;
+  out << qpxhost::AppKindName(config.app);
+  if (config.app == qpxhost::AppKind::Desktop) {
+    out << " layout " << config.desktopLayout << " alpha layout " << config.desktopAlphaLayout;
+  }
+  return out.str();
+}
+
+std::vector<qpxhost::HostConfig> EveryKindOfHost() {
+  return {DesktopHost(5, 1, 8), DesktopHost(2, 2, 4), AppHost(qpxhost::AppKind::Console),
+          AppHost(qpxhost::AppKind::Web)};
+}
+
+uint32_t SeedOf(const std::string& name) {
+  uint32_t seed = 2166136261u;
+  for (char c : name) seed = (seed ^ static_cast<uint8_t>(c)) * 16777619u;
+  return seed;
+}
+
+PictureRecipe NoiseRecipe(int32_t width, int32_t height, uint32_t seed) {
+  PictureRecipe recipe;
+  recipe.width = width;
+  recipe.height = height;
+  recipe.seed = seed;
+  return recipe;
+}
+
 }  // namespace qpxtest

@@ -61,5 +61,20 @@ std::ostream& operator<<(std::ostream& out, const HostVariant& variant);
 std::vector<HostVariant> AllHostVariants();
 // The layout of a new 32-bit picture without alpha channel in that host.
 int32_t NewPictureFormat(const qpxhost::HostConfig& config);
+// The layout of a new picture with alpha channel (made through the "Picture" constructor).
+int32_t NewAlphaPictureFormat(const qpxhost::HostConfig& config);
+
+// Hosts for named tests: an application of `app`, or a desktop one with these layouts and
+// row padding; and a name for traces.
+qpxhost::HostConfig AppHost(qpxhost::AppKind app);
+qpxhost::HostConfig DesktopHost(int32_t layout, int32_t alphaLayout = 1, int32_t padding = 0);
+std::string HostName(const qpxhost::HostConfig& config);
+// One host of each kind: desktop ones in layouts 5 and 2 (alpha layouts 1 and 2), rows padded;
+// a console and a web one.
+std::vector<qpxhost::HostConfig> EveryKindOfHost();
+// A seed made from a test's name (FNV-1a), so each variant draws its own cases.
+uint32_t SeedOf(const std::string& name);
+// A picture of random bytes.
+PictureRecipe NoiseRecipe(int32_t width, int32_t height, uint32_t seed = 0);
 
 }  // namespace qpxtest
