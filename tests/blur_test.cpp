@@ -20,59 +20,11 @@
 
 namespace {
 
-using qpxhost::AppKind;
-using qpxhost::Host;
-using qpxhost::HostConfig;
-using qpxhost::HostObject;
-using qpxhost::HostPicture;
-using qpxhost::PictureOptions;
-using qpxhost::RGBA;
-using qpxtest::CheckPictureCall;
+using namespace qpxtest::method_test_names;
 using qpxtest::ExpectedBlur;
-using qpxtest::ExpectedPicture;
-using qpxtest::HostTest;
-using qpxtest::RawPicture;
-using qpxtest::ReadRaw;
-using qpxtest::SamePixels;
 
-constexpr int32_t kYieldEveryCall = std::numeric_limits<int32_t>::min();
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kInfinity = std::numeric_limits<double>::infinity();
-
-HostConfig App(AppKind app) {
-  HostConfig config;
-  config.app = app;
-  return config;
-}
-
-HostConfig Desktop(int32_t layout, int32_t alphaLayout = 1, int32_t padding = 0) {
-  HostConfig config = App(AppKind::Desktop);
-  config.desktopLayout = layout;
-  config.desktopAlphaLayout = alphaLayout;
-  config.rowPadding = padding;
-  return config;
-}
-
-// The hosts of the named tests: each kind of application, desktop pictures padded.
-std::vector<HostConfig> EveryKind() {
-  return {Desktop(5, 1, 8), Desktop(2, 2, 4), App(AppKind::Console), App(AppKind::Web)};
-}
-
-std::string KindName(const HostConfig& config) {
-  std::ostringstream out;
-  out << qpxhost::AppKindName(config.app);
-  if (config.app == AppKind::Desktop) out << " layout " << config.desktopLayout;
-  return out.str();
-}
-
-// A picture of random bytes.
-qpxtest::PictureRecipe Noise(int32_t width, int32_t height, uint32_t seed = 0) {
-  qpxtest::PictureRecipe recipe;
-  recipe.width = width;
-  recipe.height = height;
-  recipe.seed = seed;
-  return recipe;
-}
 
 HostObject* CallBlur(Host& host, HostObject* receiver, double radius, int32_t yield = 0) {
   return host.Call("BlurQPX", receiver, {radius, yield}).picture;
@@ -137,17 +89,11 @@ bool Affordable(const qpxtest::PictureRecipe& recipe, double radius) {
   return double(recipe.width) * recipe.height * (2.0 * r + 1) <= 2.5e6;
 }
 
-uint32_t SeedOf(const std::string& name) {
-  uint32_t seed = 2166136261u;
-  for (char c : name) seed = (seed ^ static_cast<uint8_t>(c)) * 16777619u;
-  return seed;
-}
-
 class BlurDifferential : public qpxtest::HostVariantTest {};
 
 TEST_P(BlurDifferential, MatchesTheReferenceByteForByte) {
   Host& host = BootVariant();
-  const uint32_t seed = SeedOf(GetParam().name);
+  const uint32_t seed = qpxtest::SeedOf(GetParam().name);
   std::mt19937 rng(seed);
   const std::vector<qpxtest::PictureRecipe> recipes =
       qpxtest::RandomPictureRecipes(seed, 24, 300, /*alpha=*/true);
@@ -190,20 +136,11 @@ INSTANTIATE_TEST_SUITE_P(EveryHost, BlurDifferential,
 
 // --- Named cases ------------------------------------------------------------------------------
 
-class BlurTest : public HostTest {
- protected:
-  // Boots `config` afresh, checking the previous host first.
-  Host& Reboot(const HostConfig& config) {
-    HostTest::TearDown();
-    return Boot(config);
-  }
-};
+class BlurTest : public qpxtest::MultiHostTest {};
 
 TEST_F(BlurTest, RadiusBelowOneReturnsTheReceiverItself) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
-    HostPicture* picture = qpxtest::MakePicture(host, Noise(4, 3));
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
+    HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(4, 3));
     const RawPicture before = ReadRaw(*picture);
     for (double radius : {0.99, 0.0, -5.0, -0.0, 0.5}) {
       SCOPED_TRACE(radius);
@@ -218,14 +155,14 @@ TEST_F(BlurTest, RadiusBelowOneReturnsTheReceiverItself) {
     EXPECT_EQ(host.yieldCount, 0);
     EXPECT_TRUE(SamePixels(before, ReadRaw(*picture)));
     host.Unlock(picture);
-  }
+  });
 }
 
 TEST_F(BlurTest, RadiiWithoutA32BitWholePartReturnTheReceiver) {
-  Host& host = Boot(App(AppKind::Console));
+  Host& host = Boot(AppHost(AppKind::Console));
   for (double radius : {kNaN, kInfinity, -kInfinity, 2147483648.0, 1e300, -2147483649.0}) {
     SCOPED_TRACE(radius);
-    HostPicture* picture = qpxtest::MakePicture(host, Noise(3, 2));
+    HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(3, 2));
     CheckPictureCall(host, picture, "BlurQPX", {radius, kYieldEveryCall},
                      ExpectedPicture::Receiver());
   }
@@ -233,20 +170,18 @@ TEST_F(BlurTest, RadiiWithoutA32BitWholePartReturnTheReceiver) {
 }
 
 TEST_F(BlurTest, RadiusBelowOneWithoutTheLockServiceAddsNoReference) {
-  HostConfig config = App(AppKind::Console);
+  HostConfig config = AppHost(AppKind::Console);
   config.unavailable = {"REALLockObject"};
   Host& host = Boot(config);
-  HostPicture* picture = qpxtest::MakePicture(host, Noise(2, 2));
+  HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(2, 2));
   EXPECT_EQ(CallBlur(host, picture, 0.5), picture);
   EXPECT_EQ(host.RefCount(picture), 1);
   host.Unlock(picture);
 }
 
 TEST_F(BlurTest, RadiusOneAndOnePointNineNineAreBothAThreeByThreeBox) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
-    HostPicture* picture = qpxtest::MakePicture(host, Noise(9, 7, 7));
+  ForEachKindOfHost([](Host& host, const HostConfig& config) {
+    HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(9, 7, 7));
     const RawPicture source = ReadRaw(*picture);
     const int32_t format = qpxtest::NewPictureFormat(config);
     auto* one = AsPicture(CallBlur(host, picture, 1.0));
@@ -260,13 +195,11 @@ TEST_F(BlurTest, RadiusOneAndOnePointNineNineAreBothAThreeByThreeBox) {
                                static_cast<HostObject*>(two), static_cast<HostObject*>(picture)}) {
       host.Unlock(object);
     }
-  }
+  });
 }
 
 TEST_F(BlurTest, UniformPictureKeepsItsColourAndBecomesOpaque) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
     HostPicture* picture = qpxhost::NewHostPicture(host, 11, 6);
     for (int32_t y = 0; y < 6; ++y) {
       for (int32_t x = 0; x < 11; ++x) picture->Set(x, y, {200, 17, 99, 255});
@@ -292,12 +225,12 @@ TEST_F(BlurTest, UniformPictureKeepsItsColourAndBecomesOpaque) {
       host.Unlock(result);
     }
     host.Unlock(picture);
-  }
+  });
 }
 
 TEST_F(BlurTest, PictureWithAlphaChannelGivesAnOpaquePictureWithout) {
-  for (HostConfig config : {Desktop(5, 1), Desktop(2, 2), App(AppKind::Console)}) {
-    SCOPED_TRACE(KindName(config));
+  for (HostConfig config : {DesktopHost(5, 1), DesktopHost(2, 2), AppHost(AppKind::Console)}) {
+    SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     PictureOptions options;
     options.hasAlpha = true;
@@ -324,7 +257,7 @@ TEST_F(BlurTest, PictureWithAlphaChannelGivesAnOpaquePictureWithout) {
 // source's layout differs from the new picture's (an alpha picture in ARGB order, new pictures
 // in RGBA order), the channels come out shifted by one byte.
 TEST_F(BlurTest, LineCopyIsReadInTheSourcesLayout) {
-  Host& host = Boot(Desktop(/*layout=*/5, /*alphaLayout=*/2));
+  Host& host = Boot(DesktopHost(/*layout=*/5, /*alphaLayout=*/2));
   PictureOptions options;
   options.hasAlpha = true;
   HostPicture* picture = qpxhost::NewHostPicture(host, 4, 3, options);
@@ -349,9 +282,7 @@ TEST_F(BlurTest, LineCopyIsReadInTheSourcesLayout) {
 }
 
 TEST_F(BlurTest, OnePixelWidePictureKeepsItsVerticalBlur) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
     HostPicture* column = Grey(host, 1, 7, {0, 30, 60, 90, 120, 150, 180});
     auto* small = AsPicture(CallBlur(host, column, 1.0));
     auto* wide = AsPicture(CallBlur(host, column, 10.0));  // wider than the picture is tall
@@ -361,11 +292,11 @@ TEST_F(BlurTest, OnePixelWidePictureKeepsItsVerticalBlur) {
     host.Unlock(small);
     host.Unlock(wide);
     host.Unlock(column);
-  }
+  });
 }
 
 TEST_F(BlurTest, OnePixelHighPictureBlursAlongItsRow) {
-  Host& host = Boot(App(AppKind::Console));
+  Host& host = Boot(AppHost(AppKind::Console));
   HostPicture* row = Grey(host, 7, 1, {0, 30, 60, 90, 120, 150, 180});
   auto* result = AsPicture(CallBlur(host, row, 1.0));
   ASSERT_NE(result, nullptr);
@@ -377,9 +308,7 @@ TEST_F(BlurTest, OnePixelHighPictureBlursAlongItsRow) {
 // 255 / 3 = 85 after the vertical pass, 85 / 3 = 28 after the horizontal one. With the edges
 // repeated, every window of the 3 x 3 picture holds the centre exactly once.
 TEST_F(BlurTest, SingleBrightPixelInBlackThreeByThree) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
     HostPicture* centre = Grey(host, 3, 3, {0, 0, 0, 0, 255, 0, 0, 0, 0});
     auto* result = AsPicture(CallBlur(host, centre, 1.0));
     ASSERT_NE(result, nullptr);
@@ -395,11 +324,11 @@ TEST_F(BlurTest, SingleBrightPixelInBlackThreeByThree) {
     host.Unlock(result);
     host.Unlock(centre);
     host.Unlock(corner);
-  }
+  });
 }
 
 TEST_F(BlurTest, SingleBrightPixelSpreadsOverItsBox) {
-  Host& host = Boot(Desktop(3));
+  Host& host = Boot(DesktopHost(3));
   std::vector<int> values(25, 0);
   values[12] = 255;
   HostPicture* picture = Grey(host, 5, 5, values);
@@ -415,9 +344,7 @@ TEST_F(BlurTest, SingleBrightPixelSpreadsOverItsBox) {
 }
 
 TEST_F(BlurTest, ChannelsStayApart) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
     HostPicture* picture = qpxhost::NewHostPicture(host, 3, 3);
     picture->Set(1, 1, {255, 90, 0, 255});
     auto* result = AsPicture(CallBlur(host, picture, 1.0));
@@ -426,11 +353,11 @@ TEST_F(BlurTest, ChannelsStayApart) {
     EXPECT_EQ(result->Get(2, 1), (RGBA{28, 10, 0, 255}));
     host.Unlock(result);
     host.Unlock(picture);
-  }
+  });
 }
 
 TEST_F(BlurTest, NilReceiverGivesNil) {
-  Host& host = Boot(App(AppKind::Console));
+  Host& host = Boot(AppHost(AppKind::Console));
   for (double radius : {1.0, 1.5, 5.0, 1e9, 0.99, 0.0, -3.0, kNaN}) {
     SCOPED_TRACE(radius);
     EXPECT_EQ(CallBlur(host, nullptr, radius, kYieldEveryCall), nullptr);
@@ -440,8 +367,8 @@ TEST_F(BlurTest, NilReceiverGivesNil) {
 }
 
 TEST_F(BlurTest, ReceiverWiderOrTallerThan32767GivesNil) {
-  for (const HostConfig& config : {Desktop(5), App(AppKind::Console)}) {
-    SCOPED_TRACE(KindName(config));
+  for (const HostConfig& config : {DesktopHost(5), AppHost(AppKind::Console)}) {
+    SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     for (auto [width, height] : {std::pair{32768, 1}, std::pair{1, 32768}}) {
       SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
@@ -453,8 +380,8 @@ TEST_F(BlurTest, ReceiverWiderOrTallerThan32767GivesNil) {
 }
 
 TEST_F(BlurTest, Receiver32767WideIsBlurred) {
-  Host& host = Boot(App(AppKind::Console));
-  HostPicture* picture = qpxtest::MakePicture(host, Noise(32767, 1, 3));
+  Host& host = Boot(AppHost(AppKind::Console));
+  HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(32767, 1, 3));
   const ExpectedPicture expected = ExpectedBlur(ReadRaw(*picture), 8, 2.0);
   CheckPictureCall(host, picture, "BlurQPX", {2.0, int32_t{0}}, expected);
 }
@@ -463,27 +390,23 @@ TEST_F(BlurTest, Receiver32767WideIsBlurred) {
 // and the caller gets the new picture as the host made it (zeroed in this host). For
 // r = 2097152 the size would wrap to 2048 bytes in 32 bits.
 TEST_F(BlurTest, RadiusTooLargeForTheTableGivesTheNewPictureUnblurred) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig& config) {
     for (double radius : {1e9, 1048575.0, 2097152.0, 2147483647.0}) {
       SCOPED_TRACE(radius);
-      HostPicture* picture = qpxtest::MakePicture(host, Noise(6, 5));
+      HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(6, 5));
       const int yieldsBefore = host.yieldCount;
       CheckPictureCall(host, picture, "BlurQPX", {radius, kYieldEveryCall},
                        ExpectedPicture::New(RawPicture(6, 5, qpxtest::NewPictureFormat(config))));
       // Only the yield at the end remains.
       EXPECT_EQ(host.yieldCount - yieldsBefore, 1);
     }
-  }
+  });
 }
 
 TEST_F(BlurTest, YieldsOnceBeforeOncePerRowOfEachPassAndOnceAtTheEnd) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
     for (auto [width, height] : {std::pair{5, 7}, std::pair{1, 1}, std::pair{40, 3}}) {
-      HostPicture* picture = qpxtest::MakePicture(host, Noise(width, height));
+      HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(width, height));
       const int before = host.yieldCount;
       HostObject* result = CallBlur(host, picture, 2.0, kYieldEveryCall);
       ASSERT_NE(result, nullptr);
@@ -491,26 +414,24 @@ TEST_F(BlurTest, YieldsOnceBeforeOncePerRowOfEachPassAndOnceAtTheEnd) {
       host.Unlock(result);
       host.Unlock(picture);
     }
-  }
+  });
 }
 
 TEST_F(BlurTest, YieldZeroNeverYields) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
-    HostPicture* picture = qpxtest::MakePicture(host, Noise(8, 9));
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
+    HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(8, 9));
     HostObject* result = CallBlur(host, picture, 3.0, 0);
     ASSERT_NE(result, nullptr);
     EXPECT_EQ(host.yieldCount, 0);
     host.Unlock(result);
     host.Unlock(picture);
-  }
+  });
 }
 
 // The call's own yield state starts at 0, so a first yield comes at once.
 TEST_F(BlurTest, TickAndMillisecondIntervalsYieldAtOnce) {
-  Host& host = Boot(App(AppKind::Console));
-  HostPicture* picture = qpxtest::MakePicture(host, Noise(8, 9));
+  Host& host = Boot(AppHost(AppKind::Console));
+  HostPicture* picture = qpxtest::MakePicture(host, NoiseRecipe(8, 9));
   for (int32_t yield : {1, -1, 2, -2}) {
     SCOPED_TRACE(yield);
     const int before = host.yieldCount;
@@ -526,9 +447,9 @@ TEST_F(BlurTest, TickAndMillisecondIntervalsYieldAtOnce) {
 // The host may run another blur while this one yields; each keeps its own yield state and
 // buffers.
 TEST_F(BlurTest, BlurRunDuringAYieldLeavesTheOuterOneIntact) {
-  Host& host = Boot(App(AppKind::Web));
-  HostPicture* outer = qpxtest::MakePicture(host, Noise(12, 10, 1));
-  HostPicture* inner = qpxtest::MakePicture(host, Noise(7, 5, 2));
+  Host& host = Boot(AppHost(AppKind::Web));
+  HostPicture* outer = qpxtest::MakePicture(host, NoiseRecipe(12, 10, 1));
+  HostPicture* inner = qpxtest::MakePicture(host, NoiseRecipe(7, 5, 2));
   const RawPicture outerPixels = ReadRaw(*outer), innerPixels = ReadRaw(*inner);
   HostObject* innerResult = nullptr;
   int yields = 0;
@@ -550,9 +471,7 @@ TEST_F(BlurTest, BlurRunDuringAYieldLeavesTheOuterOneIntact) {
 }
 
 TEST_F(BlurTest, UnopenableReceiverGivesNil) {
-  for (const HostConfig& config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
-    Host& host = Reboot(config);
+  ForEachKindOfHost([](Host& host, const HostConfig&) {
     CheckPictureCall(host, qpxhost::NewHostPicture(host, 0, 0), "BlurQPX", {2.0, kYieldEveryCall},
                      ExpectedPicture::Nil());
     PictureOptions depth16;
@@ -560,12 +479,12 @@ TEST_F(BlurTest, UnopenableReceiverGivesNil) {
     CheckPictureCall(host, qpxhost::NewHostPicture(host, 4, 4, depth16), "BlurQPX",
                      {2.0, kYieldEveryCall}, ExpectedPicture::Nil());
     EXPECT_EQ(host.yieldCount, 0);
-  }
+  });
 }
 
 // A desktop picture whose pixels do not lock is read through a 32-bit copy.
 TEST_F(BlurTest, ReceiverThatDoesNotLockIsReadThroughACopy) {
-  Host& host = Boot(Desktop(6, 1, 4));
+  Host& host = Boot(DesktopHost(6, 1, 4));
   PictureOptions options;
   options.lockable = false;
   HostPicture* picture = qpxhost::NewHostPicture(host, 9, 6, options);
@@ -580,11 +499,11 @@ TEST_F(BlurTest, ReceiverThatDoesNotLockIsReadThroughACopy) {
 }
 
 TEST_F(BlurTest, NewPictureUnavailableGivesNil) {
-  for (HostConfig config : EveryKind()) {
-    SCOPED_TRACE(KindName(config));
+  for (HostConfig config : qpxtest::EveryKindOfHost()) {
+    SCOPED_TRACE(HostName(config));
     config.unavailable = {"newPicture"};
     Host& host = Reboot(config);
-    CheckPictureCall(host, qpxtest::MakePicture(host, Noise(5, 5)), "BlurQPX",
+    CheckPictureCall(host, qpxtest::MakePicture(host, NoiseRecipe(5, 5)), "BlurQPX",
                      {2.0, kYieldEveryCall}, ExpectedPicture::Nil());
     EXPECT_EQ(host.yieldCount, 0);
     EXPECT_GE(host.LookupCount("newPicture"), 1);

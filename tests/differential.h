@@ -5,12 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "host.h"
 #include "host_fixture.h"
+#include "host_picture.h"
 #include "picture_bytes.h"
+#include "picture_services.h"
 #include "random_pictures.h"
 
 namespace qpxtest {
@@ -70,5 +73,30 @@ struct HostVariantName {
     return info.param.name;
   }
 };
+
+// The names that every test of a picture method reaches for: the host's objects and settings,
+// the hosts to boot, and the checks on a call's result. A test file takes them all with
+// `using namespace qpxtest::method_test_names;` in its unnamed namespace.
+namespace method_test_names {
+using qpxhost::AppKind;
+using qpxhost::Host;
+using qpxhost::HostConfig;
+using qpxhost::HostObject;
+using qpxhost::HostPicture;
+using qpxhost::PictureOptions;
+using qpxhost::RGBA;
+using qpxtest::AppHost;
+using qpxtest::CheckPictureCall;
+using qpxtest::DesktopHost;
+using qpxtest::ExpectedPicture;
+using qpxtest::HostName;
+using qpxtest::NoiseRecipe;
+using qpxtest::RawPicture;
+using qpxtest::ReadRaw;
+using qpxtest::SamePixels;
+
+// A yield argument that makes every yield check yield: its negation stays negative.
+constexpr int32_t kYieldEveryCall = INT32_MIN;
+}  // namespace method_test_names
 
 }  // namespace qpxtest

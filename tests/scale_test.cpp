@@ -24,29 +24,12 @@
 
 namespace {
 
-using qpxhost::AppKind;
-using qpxhost::Host;
-using qpxhost::HostConfig;
-using qpxhost::HostObject;
-using qpxhost::HostPicture;
-using qpxhost::PictureOptions;
-using qpxhost::RGBA;
-using qpxtest::AppHost;
-using qpxtest::CheckPictureCall;
-using qpxtest::DesktopHost;
-using qpxtest::EveryKindOfHost;
-using qpxtest::ExpectedPicture;
+using namespace qpxtest::method_test_names;
 using qpxtest::ExpectedScale;
 using qpxtest::ExpectedScaleResult;
-using qpxtest::HostName;
-using qpxtest::NoiseRecipe;
-using qpxtest::RawPicture;
-using qpxtest::ReadRaw;
-using qpxtest::SamePixels;
 using qpxtest::ScaleCall;
 
 // The smallest 32-bit interval is its own negation, so every yield check hands control over.
-constexpr int32_t kYieldEveryCall = std::numeric_limits<int32_t>::min();
 
 using Bytes = std::array<uint8_t, 4>;
 
