@@ -10,20 +10,19 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "box_rows.h"
 #include "int_conversion.h"
 #include "new_picture.h"
 #include "pixel_layout.h"
+#include "working_buffer.h"
 #include "yield_data.h"
 
 namespace {
 
 using namespace box_rows;
-
-// Columns whose box offsets are worked out at a time, kept on the stack.
-constexpr int32_t kColumnChunk = 256;
 
 struct Geometry {
   double xScale = 0;
@@ -34,25 +33,56 @@ struct Geometry {
 };
 
 // --- Box offsets ------------------------------------------------------------------------------
-// Box offsets (in bytes from the row's start) of `count` columns from `first` on.
-void ColumnOffsets(const Geometry& g, int32_t first, int32_t count, ptrdiff_t* offsets) {
-  for (int32_t i = 0; i < count; ++i) {
-    const int32_t sx = TruncateToInt32(g.xScale * static_cast<double>(first + i));
-    offsets[i] = ptrdiff_t{kBytesPerPixel} * sx;
+// The byte offset of each column's box in its source row, the same for every row: worked out
+// once per call into a table when there is memory for one, else per stretch of columns on
+// every row, on the stack.
+class BoxOffsets {
+ public:
+  BoxOffsets(const Geometry& g, int32_t width)
+      : g_(g),
+        table_(static_cast<ptrdiff_t*>(
+            NewWorkingBuffer(sizeof(ptrdiff_t) * static_cast<uint64_t>(width)))) {
+    if (table_ != nullptr) Compute(0, width, table_);
   }
-}
+  ~BoxOffsets() { std::free(table_); }
+  BoxOffsets(const BoxOffsets&) = delete;
+  BoxOffsets& operator=(const BoxOffsets&) = delete;
+
+  // Offsets of `count` columns (at most kChunk) from `first` on.
+  static constexpr int32_t kChunk = 256;
+  const ptrdiff_t* Columns(int32_t first, int32_t count) {
+    if (table_ != nullptr) return table_ + first;
+    Compute(first, count, chunk_);
+    return chunk_;
+  }
+
+ private:
+  // The products stay within 0 <= xScale * i < source width, so the plain conversion is
+  // exact: xScale = fl(srcW / width) and i <= width - 1 give at most
+  // srcW (1 - 1 / width) (1 + 2^-52), below srcW for any width under 2^51.
+  void Compute(int32_t first, int32_t count, ptrdiff_t* offsets) const {
+    for (int32_t i = 0; i < count; ++i) {
+      const auto sx = static_cast<int32_t>(g_.xScale * static_cast<double>(first + i));
+      offsets[i] = ptrdiff_t{kBytesPerPixel} * sx;
+    }
+  }
+
+  const Geometry& g_;
+  ptrdiff_t* table_;
+  ptrdiff_t chunk_[kChunk];
+};
 
 // --- Rows -------------------------------------------------------------------------------------
-// Every output row through `row`, which fills up to kColumnChunk columns at a time. An output
-// row made from the same source row as the one before it is the same row of bytes, so it is
-// copied from there rather than worked out again.
+// Every output row through `row`, which fills up to BoxOffsets::kChunk columns at a time. An
+// output row made from the same source row as the one before it is the same row of bytes, so
+// it is copied from there rather than worked out again.
 template <class Out, class Row>
 void ResizeRows(const PictureReader& reader, PictureWriter& writer, const Geometry& g,
                 const Row& row) {
   const size_t rowBytes = size_t{kBytesPerPixel} * static_cast<size_t>(writer.width);
   const uint8_t* previousRow = nullptr;
   int32_t previousSy = -1;
-  ptrdiff_t offsets[kColumnChunk];
+  BoxOffsets offsets(g, writer.width);
   for (int32_t j = 0; j < writer.height; ++j) {
     const int32_t sy = TruncateToInt32(g.yScale * static_cast<double>(j));
     if constexpr (Out::kStores) {
@@ -60,10 +90,10 @@ void ResizeRows(const PictureReader& reader, PictureWriter& writer, const Geomet
         std::memcpy(writer.cursor, previousRow, rowBytes);
       } else {
         const uint8_t* source = reader.RowAddress(sy);
-        for (int32_t first = 0; first < writer.width; first += kColumnChunk) {
-          const int32_t count = std::min(writer.width - first, kColumnChunk);
-          ColumnOffsets(g, first, count, offsets);
-          row(source, offsets, count, writer.cursor + ptrdiff_t{kBytesPerPixel} * first);
+        for (int32_t first = 0; first < writer.width; first += BoxOffsets::kChunk) {
+          const int32_t count = std::min(writer.width - first, BoxOffsets::kChunk);
+          row(source, offsets.Columns(first, count), count,
+              writer.cursor + ptrdiff_t{kBytesPerPixel} * first);
         }
       }
     }
@@ -89,6 +119,12 @@ void Resize(const PictureReader& reader, PictureWriter& writer, const Geometry& 
   if (g.boxWidth >= 1 && g.boxWidth <= ReciprocalMean::kWidestBox && g.boxHeight >= 1 &&
       product <= INT32_MAX) {
     if constexpr (kWholePixels) {
+      if (vector && g.boxWidth == 2) {
+        return ResizeRows<Out>(reader, writer, g, WholePixelBoxRow<Out, 2>(2));
+      }
+      if (vector && g.boxWidth == 4) {
+        return ResizeRows<Out>(reader, writer, g, WholePixelBoxRow<Out, 4>(4));
+      }
       if (vector && g.boxWidth <= WholePixelBoxRow<Out>::kWidestBox) {
         return ResizeRows<Out>(reader, writer, g, WholePixelBoxRow<Out>(g.boxWidth));
       }

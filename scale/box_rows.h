@@ -105,11 +105,12 @@ struct WholePixelCopyRow {
   }
 };
 
-// Boxes of 2 to 16 pixels, a 16-bit lane for each byte of a pixel. Lane sums stay below
+// Boxes of 2 to 16 pixels, a 16-bit lane for each byte of a pixel; `kWidth`, when not 0, fixes
+// the box width at compile time for the common shrinks. Lane sums stay below
 // 255 * 16 < 2^16, and floor(S / w) = (S * m) >> 16 with m = floor(2^16 / w) + 1 by the
 // argument of ReciprocalMean, which holds for 255 w^2 < 2^16, i.e. up to w = 16.
 #if defined(__SSE2__)
-template <class Out>
+template <class Out, int32_t kWidth = 0>
 struct WholePixelBoxRow {
   static constexpr int32_t kWidestBox = 16;
   explicit WholePixelBoxRow(int32_t boxWidth)
@@ -120,6 +121,7 @@ struct WholePixelBoxRow {
   __m128i Mean(const uint8_t* p) const {
     const __m128i zero = _mm_setzero_si128();
     __m128i sums = zero;  // lanes 0-3 and 4-7 each sum every other pixel
+    const int32_t boxWidth = kWidth != 0 ? kWidth : this->boxWidth;
     int32_t k = 0;
     for (; k + 4 <= boxWidth; k += 4) {
       const __m128i four = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));
@@ -173,7 +175,7 @@ typedef uint16_t Shorts4 __attribute__((vector_size(8)));
 typedef uint16_t Shorts8 __attribute__((vector_size(16)));
 typedef uint32_t Words4 __attribute__((vector_size(16)));
 
-template <class Out>
+template <class Out, int32_t kWidth = 0>
 struct WholePixelBoxRow {
   static constexpr int32_t kWidestBox = 16;
   explicit WholePixelBoxRow(int32_t boxWidth)
