@@ -1,6 +1,8 @@
 #include "host_picture.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace qpxhost {
 namespace {
@@ -17,6 +19,19 @@ uint8_t Unpremultiply(uint8_t c, uint8_t a) {
 }
 
 }  // namespace
+
+void PixelMemory::Free::operator()(uint8_t* p) const {
+  std::free(p);
+}
+
+void PixelMemory::Allocate(size_t bytes) {
+  bytes_.reset();
+  size_ = 0;
+  if (bytes == 0) return;
+  bytes_.reset(static_cast<uint8_t*>(std::calloc(1, bytes)));
+  if (!bytes_) throw std::bad_alloc();
+  size_ = bytes;
+}
 
 HostPicture::HostPicture(PictureStorage storage, int32_t width, int32_t height, int32_t depth,
                          bool hasAlpha, int32_t layout, int32_t rowPadding)
@@ -35,7 +50,7 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
   const size_t w = static_cast<size_t>(width), h = static_cast<size_t>(height);
   if (storage == PictureStorage::Bitmap) {
     rowBytes = width * 4 + rowPadding;
-    bitmap.assign(static_cast<size_t>(rowBytes) * h, 0);
+    bitmap.Allocate(static_cast<size_t>(rowBytes) * h);
     context = {bitmap.data(),
                static_cast<size_t>(depth),
                w,
@@ -46,7 +61,7 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
   }
   rowBytes = width * 4;
   const size_t stride = w * 4 + kConsoleRowGap;
-  consoleBlock.assign(stride * h, 0);
+  consoleBlock.Allocate(stride * h);
   rowTable.assign(h, nullptr);
   for (size_t y = 0; y < h; ++y) rowTable[y] = consoleBlock.data() + (h - 1 - y) * stride;
   record.assign(kConsoleRecordSlots, 0);

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "REALplugin.h"
@@ -29,6 +30,24 @@ struct RGBA {
 };
 
 enum class PictureStorage { Bitmap, Console };
+
+// Pixel memory, zero-filled when allocated. It comes from calloc, which hands out large blocks
+// as fresh pages that the system zero-fills on first touch, as a platform's bitmap allocator
+// does, instead of writing every byte before the picture is used.
+class PixelMemory {
+ public:
+  // `bytes` zeroed bytes (none: data() is null); throws std::bad_alloc when they cannot be had.
+  void Allocate(size_t bytes);
+  uint8_t* data() const { return bytes_.get(); }
+  size_t size() const { return size_; }
+
+ private:
+  struct Free {
+    void operator()(uint8_t* p) const;
+  };
+  std::unique_ptr<uint8_t, Free> bytes_;
+  size_t size_ = 0;
+};
 
 class HostPicture : public HostObject {
  public:
@@ -55,11 +74,11 @@ class HostPicture : public HostObject {
   int32_t rowBytes = 0;
 
   // Bitmap storage.
-  std::vector<uint8_t> bitmap;
+  PixelMemory bitmap;
   BitmapContext context;
   // Console storage: the rows in one block (last row first, with gaps), the row table and the
   // record a type-10 description points at.
-  std::vector<uint8_t> consoleBlock;
+  PixelMemory consoleBlock;
   std::vector<uint8_t*> rowTable;
   std::vector<uintptr_t> record;
 
