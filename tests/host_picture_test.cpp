@@ -251,3 +251,30 @@ TEST_F(HostTest, PictureServicesCountCacheClears) {
 }
 
 }  // namespace
+
+namespace {
+
+// New pictures start with every byte 0, padding included, in every storage; an empty one has
+// no pixel memory at all.
+TEST_F(HostTest, NewPicturesStartZeroed) {
+  for (AppKind app : {AppKind::Desktop, AppKind::Console}) {
+    HostConfig config = Kind(app);
+    config.rowPadding = 12;
+    auto& host = Boot(config, false);
+    HostPicture* picture = NewHostPicture(host, 700, 600);
+    const qpxhost::PixelMemory& memory =
+        app == AppKind::Desktop ? picture->bitmap : picture->consoleBlock;
+    ASSERT_NE(memory.data(), nullptr);
+    size_t nonZero = 0;
+    for (size_t i = 0; i < memory.size(); ++i) nonZero += memory.data()[i] != 0;
+    EXPECT_EQ(nonZero, 0u) << qpxhost::AppKindName(app);
+    HostPicture* empty = NewHostPicture(host, 0, 0);
+    EXPECT_EQ(empty->bitmap.data(), nullptr);
+    EXPECT_EQ(empty->consoleBlock.data(), nullptr);
+    host.Unlock(empty);
+    host.Unlock(picture);
+    TearDown();
+  }
+}
+
+}  // namespace
