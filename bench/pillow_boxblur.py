@@ -12,9 +12,9 @@ Run it with the system Python (/usr/bin/python3), where Debian's python3-pil liv
 """
 
 import argparse
-import random
 import sys
-import time
+
+from pillow_timing import import_pillow, noise_image, timed_runs
 
 WIDTH, HEIGHT = 4000, 3000
 
@@ -25,30 +25,17 @@ def main():
     parser.add_argument("--radii", type=int, nargs="+", default=[1, 10, 100])
     args = parser.parse_args()
 
-    try:
-        import PIL
-        from PIL import Image, ImageFilter
-    except ImportError as error:
-        print(f"pillow unavailable: {error}")
+    PIL = import_pillow()
+    if PIL is None:
         return 1
+    from PIL import ImageFilter
 
-    # Noise, made once: nothing the filter could take a shortcut on.
-    noise = random.Random(20261121).randbytes(WIDTH * HEIGHT * 3)
-    image = Image.frombytes("RGB", (WIDTH, HEIGHT), noise)
-    image.load()
-
+    image = noise_image("RGB", WIDTH, HEIGHT, 20261121)
     for radius in args.radii:
         box = ImageFilter.BoxBlur(radius)
-        image.filter(box)  # warm-up run, not counted
-        best_cpu = best_wall = float("inf")
-        for _ in range(args.runs):
-            start_cpu, start_wall = time.thread_time(), time.perf_counter()
-            result = image.filter(box)
-            best_wall = min(best_wall, time.perf_counter() - start_wall)
-            best_cpu = min(best_cpu, time.thread_time() - start_cpu)
-            del result
-        print(f"pillow radius={radius} cpu_ms={best_cpu * 1000:.2f} "
-              f"wall_ms={best_wall * 1000:.2f} runs={args.runs} version={PIL.__version__}",
+        cpu, wall = timed_runs(lambda: image.filter(box), args.runs)
+        print(f"pillow radius={radius} cpu_ms={min(cpu) * 1000:.2f} "
+              f"wall_ms={min(wall) * 1000:.2f} runs={args.runs} version={PIL.__version__}",
               flush=True)
     return 0
 

@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Builds the benchmarks in build-bench and prints BlurQPX's times next to a plain copy of the
-# same pixels, OpenCV's cv::blur and Pillow's BoxBlur, all in the running thread's CPU time.
+# Builds the benchmarks in build-bench and prints, in CPU time, BlurQPX's times next to a plain
+# copy of the same pixels, OpenCV's cv::blur and Pillow's BoxBlur, and ScaleQPX's next to
+# OpenCV's, libvips's and Pillow's resizing and to the copy floors of the same jobs. Exits 1
+# when a case failed (a method returning nil, a leak), after printing what it has.
 # Tuning through the environment:
 #   QPX_BENCH_MIN_TIME    seconds each case runs at least, per repetition (default 1)
 #   QPX_BENCH_REPETITIONS repetitions of each case; the median is reported (default 3)
-#   QPX_BENCH_PILLOW_RUNS Pillow runs per radius; the best is reported (default 5)
+#   QPX_BENCH_PILLOW_RUNS Pillow runs per case; the best blur and the median resize are
+#                         reported (default 5)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,7 +20,7 @@ QPX_WITH_BENCH=1 scripts/install-deps.sh
 
 # The peers are optional: without them their columns read n/a.
 optional=()
-for p in libopencv-dev python3-pil; do
+for p in libopencv-dev libvips-dev python3-pil; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || optional+=("$p")
 done
 if [ ${#optional[@]} -gt 0 ]; then
@@ -35,14 +38,20 @@ cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DQPX_BUILD_BENCH=ON -DQPX_BUILD
   | grep 'qpx_bench' || true
 cmake --build "$out" -j "$(nproc)" --target qpx_bench
 
+# The repetitions of all cases run interleaved in random order, so that the slow spells of a
+# shared machine fall on every case alike rather than on whichever case runs through them.
 "$out/bin/qpx_bench" --benchmark_min_time="$min_time" --benchmark_repetitions="$repetitions" \
-  --benchmark_report_aggregates_only=true \
-  --benchmark_out="$out/blur_bench.json" --benchmark_out_format=json
+  --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+  --benchmark_out="$out/qpx_bench.json" --benchmark_out_format=json
 
 # Debian's Pillow lives in the system Python, which a pyenv python3 on PATH would hide.
-/usr/bin/python3 bench/pillow_boxblur.py --runs "$pillow_runs" | tee "$out/pillow.txt" || true
+# -B: the scripts share a module, whose compiled copy would otherwise land in bench/.
+/usr/bin/python3 -B bench/pillow_boxblur.py --runs "$pillow_runs" | tee "$out/pillow.txt" || true
+/usr/bin/python3 -B bench/pillow_resize.py --runs "$pillow_runs" | tee "$out/pillow_resize.txt" ||
+  true
 
 echo
 python=/usr/bin/python3
 [ -x "$python" ] || python=python3
-"$python" bench/bench_report.py "$out/blur_bench.json" "$out/pillow.txt" | tee "$out/report.md"
+"$python" bench/bench_report.py "$out/qpx_bench.json" --pillow-blur "$out/pillow.txt" \
+  --pillow-resize "$out/pillow_resize.txt" | tee "$out/report.md"

@@ -1,0 +1,80 @@
+// A booted emulated host with the module loaded and pictures of noise to call its methods on,
+// shared by the benchmark cases of one kind of application.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host.h"
+#include "host_picture.h"
+#include "noise.h"
+
+namespace qpxbench {
+
+// One call of a registered "Picture" method on a picture of noise, and the size of the new
+// picture it has to give.
+struct MethodCall {
+  std::string method;
+  Size source;
+  std::vector<qpxhost::Value> arguments;
+  Size result;
+};
+
+class Session {
+ public:
+  // The host allows one booted host at a time, so asking for the other kind of application
+  // shuts this one down first.
+  static Session& For(qpxhost::AppKind app);
+  // Shuts the host down while the process is still whole.
+  static void End();
+
+  explicit Session(qpxhost::AppKind app);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  qpxhost::Host& host() { return host_; }
+  // A picture of noise of that size, made on first use and then the same for every case.
+  qpxhost::HostPicture* Source(Size size) { return PicturesOf(size).source; }
+  // A picture of that size for copies to write into.
+  qpxhost::HostPicture* Target(Size size) { return PicturesOf(size).target; }
+
+  // Makes `call` once outside the timing (the first time it is asked); an empty string when it gave
+  // a new picture of the expected size that carries exactly one reference and left the host as it
+  // found it, otherwise what went wrong.
+  std::string Check(const MethodCall& call);
+
+ private:
+  struct Pictures {
+    qpxhost::HostPicture* source = nullptr;
+    qpxhost::HostPicture* target = nullptr;
+  };
+  Pictures& PicturesOf(Size size);
+  std::string CheckedCall(const MethodCall& call);
+
+  static inline std::unique_ptr<Session> current_;
+  qpxhost::AppKind app_;
+  qpxhost::Host host_;
+  std::map<Size, Pictures> pictures_;
+  std::set<std::string> checked_;
+};
+
+// Times `call` on a host of kind `app`, releasing the new picture inside the timing as a host
+// program would: a caller pays for it too. Skips the case, with the reason, when the checked
+// call fails.
+void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodCall& call);
+
+// Copies the rows of `to` from `from`: row y from row y * from.height / to.height, in pieces
+// as long as a row of `to`, so every byte of each such source row is read and every byte of
+// `to` written. With equal sizes that is a plain row-by-row copy.
+void CopyRows(qpxhost::HostPicture& from, qpxhost::HostPicture& to);
+
+// Items and bytes per iteration, so that rates compare.
+void SetCounters(benchmark::State& state, int64_t pixels);
+
+}  // namespace qpxbench

@@ -1,0 +1,62 @@
+#!/usr/bin/python3
+"""Times Pillow's resizing on the jobs ScaleQPX is measured on.
+
+    shrink   4000 x 3000 -> 1000 x 750: Image.reduce(4) and Image.resize(..., BOX)
+    cubic    1000 x 750 -> 4000 x 3000: Image.resize(..., BICUBIC)
+    nearest  1000 x 750 -> 4000 x 3000: Image.resize(..., NEAREST)
+
+on RGB images of noise (Pillow keeps RGB pixels in 4 bytes, as the host keeps a picture's),
+in one thread. For each job and way it prints the median of N runs, in the calling thread's
+CPU time and in wall time, as
+
+    pillow job=J variant=V cpu_ms=T wall_ms=W runs=N version=V
+
+and, when Pillow cannot be imported, one line "pillow unavailable: REASON" (exit status 1).
+Run it with the system Python (/usr/bin/python3), where Debian's python3-pil lives.
+"""
+
+import argparse
+import statistics
+import sys
+
+from pillow_timing import import_pillow, noise_image, timed_runs
+
+LARGE, SMALL = (4000, 3000), (1000, 750)
+
+
+def jobs():
+    """(job, variant, source size, action on the source) for every measured way."""
+    from PIL import Image
+
+    # The Resampling enum is Pillow 9.1's; older versions have the names on Image itself.
+    resampling = getattr(Image, "Resampling", Image)
+    return (
+        ("shrink", "reduce(4)", LARGE, lambda image: image.reduce(4)),
+        ("shrink", "BOX", LARGE, lambda image: image.resize(SMALL, resampling.BOX)),
+        ("cubic", "BICUBIC", SMALL, lambda image: image.resize(LARGE, resampling.BICUBIC)),
+        ("nearest", "NEAREST", SMALL, lambda image: image.resize(LARGE, resampling.NEAREST)),
+    )
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--runs", type=int, default=5, help="runs per way (median is kept)")
+    args = parser.parse_args()
+
+    PIL = import_pillow()
+    if PIL is None:
+        return 1
+
+    sources = {LARGE: noise_image("RGB", *LARGE, 20261121),
+               SMALL: noise_image("RGB", *SMALL, 20261122)}
+    for job, variant, size, action in jobs():
+        source = sources[size]
+        cpu, wall = timed_runs(lambda: action(source), args.runs)
+        print(f"pillow job={job} variant={variant} cpu_ms={statistics.median(cpu) * 1000:.2f} "
+              f"wall_ms={statistics.median(wall) * 1000:.2f} runs={args.runs} "
+              f"version={PIL.__version__}", flush=True)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

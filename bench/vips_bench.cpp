@@ -1,0 +1,89 @@
+// libvips on the same pictures of noise, as 4-band 8-bit images: vips_shrink for the box
+// shrink, vips_resize with the cubic and the nearest kernel for the enlargements. One worker
+// thread and no operation cache; each result is written into a memory image so that its pixels
+// are computed. libvips computes on a worker thread even then, so these cases count the
+// process's CPU time rather than the calling thread's.
+#include <vips/vips.h>
+
+#include <string>
+
+#include "benchmarks.h"
+#include "host_session.h"
+
+namespace qpxbench {
+namespace {
+
+using Operation = int (*)(VipsImage* in, VipsImage** out, ScaleJob job);
+
+int Shrink(VipsImage* in, VipsImage** out, ScaleJob job) {
+  return vips_shrink(in, out, static_cast<double>(job.from.width) / job.to.width,
+                     static_cast<double>(job.from.height) / job.to.height, nullptr);
+}
+
+template <VipsKernel kernel>
+int Resize(VipsImage* in, VipsImage** out, ScaleJob job) {
+  return vips_resize(in, out, static_cast<double>(job.to.width) / job.from.width, "vscale",
+                     static_cast<double>(job.to.height) / job.from.height, "kernel", kernel,
+                     nullptr);
+}
+
+// Runs `operation` and computes its pixels into memory; an empty string on success, otherwise
+// what went wrong.
+std::string RunOnce(VipsImage* source, Operation operation, ScaleJob job) {
+  VipsImage* result = nullptr;
+  if (operation(source, &result, job) != 0) return vips_error_buffer();
+  VipsImage* memory = vips_image_new_memory();
+  std::string error;
+  if (vips_image_write(result, memory) != 0) {
+    error = vips_error_buffer();
+  } else if (memory->Xsize != job.to.width || memory->Ysize != job.to.height) {
+    error = "libvips gave " + std::to_string(memory->Xsize) + "x" + std::to_string(memory->Ysize) +
+            ", not " + job.to.Name();
+  }
+  g_object_unref(memory);
+  g_object_unref(result);
+  return error;
+}
+
+void BM_Vips(benchmark::State& state, ScaleJob job, Operation operation) {
+  static const bool ready = [] {
+    if (VIPS_INIT("qpx_bench") != 0) return false;
+    vips_concurrency_set(1);
+    vips_cache_set_max(0);
+    return true;
+  }();
+  if (!ready) {
+    state.SkipWithError("libvips did not start");
+    return;
+  }
+  const std::vector<uint8_t>& pixels = NoisePixels(job.from);
+  VipsImage* source = vips_image_new_from_memory(pixels.data(), pixels.size(), job.from.width,
+                                                 job.from.height, 4, VIPS_FORMAT_UCHAR);
+  std::string error = source == nullptr ? vips_error_buffer() : RunOnce(source, operation, job);
+  if (!error.empty()) {
+    state.SkipWithError(error.c_str());
+  } else {
+    for (auto _ : state) RunOnce(source, operation, job);
+    SetCounters(state, job.to.Pixels());
+  }
+  if (source != nullptr) g_object_unref(source);
+}
+
+}  // namespace
+
+void RegisterVipsBenchmarks() {
+  const struct {
+    ScaleJob job;
+    Operation operation;
+  } cases[] = {{kShrink, Shrink},
+               {kCubic, Resize<VIPS_KERNEL_CUBIC>},
+               {kNearest, Resize<VIPS_KERNEL_NEAREST>}};
+  for (const auto& [job, operation] : cases) {
+    benchmark::RegisterBenchmark((std::string("libvips/") + job.name).c_str(), BM_Vips, job,
+                                 operation)
+        ->MeasureProcessCPUTime()
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
+}  // namespace qpxbench
