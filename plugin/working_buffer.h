@@ -2,6 +2,7 @@
 // free() before the call returns.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -19,3 +20,21 @@ inline void* NewWorkingBuffer(uint64_t byteSize) {
   if (!NewWorkingBufferFits(byteSize)) return nullptr;
   return std::calloc(1, static_cast<size_t>(byteSize));
 }
+
+// Owns one working buffer of `T`s, made by NewWorkingBuffer, and frees it when it goes.
+template <class T>
+class WorkingBuffer {
+ public:
+  WorkingBuffer() = default;
+  explicit WorkingBuffer(uint64_t byteSize) : data_(static_cast<T*>(NewWorkingBuffer(byteSize))) {}
+  ~WorkingBuffer() { std::free(data_); }
+  WorkingBuffer(const WorkingBuffer&) = delete;
+  WorkingBuffer& operator=(const WorkingBuffer&) = delete;
+
+  T* get() const { return data_; }
+  T& operator[](size_t index) const { return data_[index]; }
+  explicit operator bool() const { return data_ != nullptr; }
+
+ private:
+  T* data_ = nullptr;
+};

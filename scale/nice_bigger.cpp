@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 
 #include "enlarge_rows.h"
 #include "new_picture.h"
@@ -47,43 +46,35 @@ WeightGroup CubicWeights(float t) {
 // The five working buffers. Their sizes are taken in 64 bits, so a size that 32-bit arithmetic
 // would wrap into a small allocation fails the size test instead.
 struct Buffers {
-  int32_t* columnIndex = nullptr;
-  int32_t* rowIndex = nullptr;
-  WeightGroup* columnWeights = nullptr;
-  WeightGroup* rowWeights = nullptr;
-  float* blended = nullptr;
-
-  Buffers(int32_t maxDim, int32_t sourceWidth) {
-    const uint64_t entries = static_cast<uint64_t>(maxDim);
-    const uint64_t indexBytes = entries * sizeof(int32_t) + kTableSlack;
-    const uint64_t weightBytes = entries * sizeof(WeightGroup) + kTableSlack;
-    columnIndex = static_cast<int32_t*>(NewWorkingBuffer(indexBytes));
-    rowIndex = static_cast<int32_t*>(NewWorkingBuffer(indexBytes));
-    columnWeights = static_cast<WeightGroup*>(NewWorkingBuffer(weightBytes));
-    rowWeights = static_cast<WeightGroup*>(NewWorkingBuffer(weightBytes));
-    // The blended row holds all four bytes of each source pixel as floats. The size test is
-    // that of one channel's row, which the enlargement has always made; the source is never
-    // wider than the destination, so the weight tables' size passed it already.
-    if (NewWorkingBufferFits(indexBytes)) {
-      const uint64_t columns = std::max<uint64_t>(entries, static_cast<uint64_t>(sourceWidth));
-      const uint64_t paddedBytes = (columns + 2) * kBytesPerPixel * sizeof(float);
-      blended = static_cast<float*>(NewWorkingBuffer(paddedBytes + kTableSlack));
-    }
-  }
-  ~Buffers() {
-    std::free(columnIndex);
-    std::free(rowIndex);
-    std::free(columnWeights);
-    std::free(rowWeights);
-    std::free(blended);
-  }
-  Buffers(const Buffers&) = delete;
-  Buffers& operator=(const Buffers&) = delete;
+  Buffers(uint64_t entries, uint64_t blendedColumns)
+      : columnIndex(IndexBytes(entries)),
+        rowIndex(IndexBytes(entries)),
+        columnWeights(WeightBytes(entries)),
+        rowWeights(WeightBytes(entries)),
+        blended(BlendedBytes(entries, blendedColumns)) {}
 
   bool complete() const {
-    return columnIndex != nullptr && rowIndex != nullptr && columnWeights != nullptr &&
-           rowWeights != nullptr && blended != nullptr;
+    return columnIndex && rowIndex && columnWeights && rowWeights && blended;
   }
+
+  static uint64_t IndexBytes(uint64_t entries) { return entries * sizeof(int32_t) + kTableSlack; }
+  static uint64_t WeightBytes(uint64_t entries) {
+    return entries * sizeof(WeightGroup) + kTableSlack;
+  }
+  // The blended row holds all four bytes of each source pixel as floats, with a copy of the
+  // first and the last pixel at its ends. The size test is that of one channel's row, which
+  // the enlargement has always made; the source is never wider than the destination, so the
+  // weight tables' size passed it already.
+  static uint64_t BlendedBytes(uint64_t entries, uint64_t columns) {
+    if (!NewWorkingBufferFits(IndexBytes(entries))) return 0;
+    return (std::max(entries, columns) + 2) * kBytesPerPixel * sizeof(float) + kTableSlack;
+  }
+
+  WorkingBuffer<int32_t> columnIndex;
+  WorkingBuffer<int32_t> rowIndex;
+  WorkingBuffer<WeightGroup> columnWeights;
+  WorkingBuffer<WeightGroup> rowWeights;
+  WorkingBuffer<float> blended;
 };
 
 // index[k] = k * source / destination for k below `count`, the products formed by a 32-bit
@@ -132,7 +123,7 @@ void EnlargeRows(const PictureReader& reader, PictureWriter& writer, const Buffe
   for (int32_t i = 0; i < writer.width; ++i) {
     b.columnIndex[i] = PaddedFirst(b.columnIndex[i], lastColumn);
   }
-  float* padded = b.blended;
+  float* padded = b.blended.get();
   float* row = padded + kBytesPerPixel;
   float* after = row + rowBytes;
   const float* columnGroups = &b.columnWeights[0].w0;
@@ -144,7 +135,7 @@ void EnlargeRows(const PictureReader& reader, PictureWriter& writer, const Buffe
     kernels.blend(upper, lower, rowBytes, w.w2, w.w1, row);
     std::copy(row, row + kBytesPerPixel, padded);
     std::copy(after - kBytesPerPixel, after, after);
-    kernels.expand(padded, b.columnIndex, columnGroups, writer.width, writer.RowAddress(j));
+    kernels.expand(padded, b.columnIndex.get(), columnGroups, writer.width, writer.RowAddress(j));
     for (int32_t byte = 0; byte < kBytesPerPixel; ++byte) YieldCheck();
   }
 }
@@ -164,17 +155,17 @@ REALpicture ScalePictureNiceBiggerWith(REALpicture source, int32_t width, int32_
     const int32_t srcW = reader.width, srcH = reader.height;
     const int32_t dstW = writer.width, dstH = writer.height;
     const int32_t maxDim = std::max(dstW, dstH);
-    const Buffers buffers(maxDim, srcW);
+    const Buffers buffers(static_cast<uint64_t>(maxDim), static_cast<uint64_t>(srcW));
     if (!buffers.complete()) return false;
 
-    FillIndexTable(buffers.columnIndex, maxDim, srcW, dstW);
-    FillIndexTable(buffers.rowIndex, maxDim, srcH, dstH);
-    FillWeightTable(buffers.columnWeights, srcW, dstW);
+    FillIndexTable(buffers.columnIndex.get(), maxDim, srcW, dstW);
+    FillIndexTable(buffers.rowIndex.get(), maxDim, srcH, dstH);
+    FillWeightTable(buffers.columnWeights.get(), srcW, dstW);
     YieldCheck();
-    FillWeightTable(buffers.rowWeights, srcH, dstH);
+    FillWeightTable(buffers.rowWeights.get(), srcH, dstH);
     YieldCheck();
-    if (dstW < maxDim) RepeatWeights(buffers.columnWeights, dstW, maxDim);
-    if (dstH < dstW) RepeatWeights(buffers.rowWeights, dstH, maxDim);
+    if (dstW < maxDim) RepeatWeights(buffers.columnWeights.get(), dstW, maxDim);
+    if (dstH < dstW) RepeatWeights(buffers.rowWeights.get(), dstH, maxDim);
     YieldCheck();
 
     EnlargeRows(reader, writer, buffers, loops);
