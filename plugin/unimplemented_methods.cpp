@@ -9,6 +9,3 @@ REALpicture PictureResizeImageAndMaskQPX(REALpicture, int32_t, int32_t, int8_t, 
   return nullptr;
 }
 
-REALpicture PictureScalingQPX(REALpicture, int32_t, int32_t, int32_t, int32_t) {
-  return nullptr;
-}
