@@ -6,6 +6,7 @@
 
 #include "int_conversion.h"
 #include "pixel_layout.h"
+#include "resampling_avx2.h"
 
 namespace {
 
@@ -160,11 +161,11 @@ template <class Out, int N>
   }
 }
 
+// Columns from `column` on.
 template <class Out>
 [[gnu::always_inline]] inline void VerticalLanes(const IntermediateWord* intermediate,
                                                  int32_t width, const ContributorList& list,
-                                                 uint8_t* out) {
-  int32_t column = 0;
+                                                 uint8_t* out, int32_t column = 0) {
   for (; column + kGroup <= width; column += kGroup) {
     VerticalColumnsLanes<Out, kGroup>(intermediate, width, list, column,
                                       out + kBytesPerPixel * column);
@@ -196,17 +197,21 @@ void VerticalVector(const IntermediateWord* intermediate, int32_t width,
 #if defined(__x86_64__) || defined(__i386__)
 #define QPX_HAS_AVX2_LOOPS 1
 template <class In>
-__attribute__((target("avx2"))) void HorizontalAvx2(const uint8_t* const* rows, int32_t count,
-                                                    const ContributorList* columns, int32_t width,
-                                                    IntermediateWord* const* outs) {
-  HorizontalLanes<In>(rows, count, columns, width, outs);
+void HorizontalAvx2(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
+                    int32_t width, IntermediateWord* const* outs) {
+  HorizontalRowsAvx2(rows, count, columns, width, PixelBytes{In::kBlue, In::kGreen, In::kRed},
+                     outs);
 }
 
+// Eight columns a vector per channel where the row is wide enough, the rest as above.
 template <class Out>
 __attribute__((target("avx2"))) void VerticalAvx2(const IntermediateWord* intermediate,
                                                   int32_t width, const ContributorList& list,
                                                   uint8_t* out) {
-  VerticalLanes<Out>(intermediate, width, list, out);
+  const WordLayout layout = {8 * Out::kRed, 8 * Out::kGreen, 8 * Out::kBlue,
+                             uint32_t{Out::kFourthValue} << (8 * Out::kFourth)};
+  const int32_t done = VerticalColumnsAvx2(intermediate, width, list, layout, out);
+  VerticalLanes<Out>(intermediate, width, list, out, done);
 }
 #endif
 
@@ -230,10 +235,12 @@ HorizontalFn<In> HorizontalFor(PixelLoops loops) {
 
 template <class Out>
 VerticalFn<Out> VerticalFor(PixelLoops loops) {
+  if constexpr (Out::kStores) {
 #ifdef QPX_HAS_AVX2_LOOPS
-  if (loops == PixelLoops::Avx2) return VerticalAvx2<Out>;
+    if (loops == PixelLoops::Avx2) return VerticalAvx2<Out>;
 #endif
-  if (loops != PixelLoops::Plain) return VerticalVector<Out>;
+    if (loops != PixelLoops::Plain) return VerticalVector<Out>;
+  }
   return VerticalRowPlain<Out>;
 }
 
