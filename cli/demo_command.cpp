@@ -13,6 +13,7 @@
 
 #include "demo_picture.h"
 #include "progress_bar.h"
+#include "resampling_modes.h"
 
 namespace qpx {
 namespace {
@@ -35,6 +36,7 @@ struct DemoResult {
   qpxhost::AppKind host;
   std::string file;
   std::string note;
+  int32_t shownWidth = 0;  // as for Figure
 };
 
 std::string Html(const std::string& text) {
@@ -111,6 +113,19 @@ std::vector<DemoInput> MakeDemoInputs() {
   return inputs;
 }
 
+std::string ResultFigure(const DemoResult& result) {
+  const DemoCall& call = *result.call;
+  const std::string label = call.label.empty() ? "" : "<b>" + Html(call.label) + "</b> ";
+  return Figure(
+      result.file,
+      label + "<code>" + Html(call.call.Text(DemoReceiverName(call.receiver))) + "</code>",
+      std::string(qpxhost::AppKindName(result.host)) + " host &middot; " + Html(call.caption) +
+          (result.note.empty() ? "" : "<br>") + Html(result.note),
+      result.shownWidth);
+}
+
+// `results` holds the results of the first host in the order of DemoCalls(), then those of the
+// second.
 std::string ContactSheet(const std::vector<DemoInput>& inputs,
                          const std::vector<DemoResult>& results,
                          const PictureCommandOptions& options) {
@@ -119,12 +134,14 @@ std::string ContactSheet(const std::vector<DemoInput>& inputs,
       "<title>qpx demo</title>\n<style>\n"
       "body { font-family: system-ui, sans-serif; margin: 24px; background: #f3f3f0; color: "
       "#222; }\n"
-      ".sheet { display: grid; grid-template-columns: repeat(auto-fill, minmax(330px, 1fr)); "
+      ".sheet { display: grid; grid-template-columns: repeat(auto-fill, minmax(340px, 1fr)); "
       "gap: 16px; }\n"
       "figure { margin: 0; padding: 8px; background: #fff; border: 1px solid #d8d8d2; }\n"
       "figure img { display: block; max-width: 100%; height: auto; }\n"
       "figure img.pixels { image-rendering: pixelated; }\n"
       "figcaption { margin-top: 6px; font-size: 14px; line-height: 1.4; }\n"
+      "h2 { font-size: 19px; margin: 28px 0 10px; }\n"
+      ".sheet + .sheet { margin-top: 16px; }\n"
       "code { font-size: 15px; }\n</style>\n</head>\n<body>\n"
       "<h1>Picture QPX: contact sheet</h1>\n<p>Each picture below is the result of the call under "
       "it, run by <code>qpx demo</code> on the first two pictures, <code>pic</code> and "
@@ -139,14 +156,21 @@ std::string ContactSheet(const std::vector<DemoInput>& inputs,
                        std::to_string(input.image.height) + ", " + Html(input.caption),
                    input.shownWidth);
   }
-  for (const DemoResult& result : results) {
-    const DemoCall& call = *result.call;
-    page += Figure(
-        result.file, "<code>" + Html(call.call.Text(DemoReceiverName(call.receiver))) + "</code>",
-        std::string(qpxhost::AppKindName(result.host)) + " host &middot; " + Html(call.caption) +
-            (result.note.empty() ? "" : "<br>") + Html(result.note));
+  page += "</div>\n";
+  // Each section shows the results of one host, then those of the other.
+  const std::vector<DemoCall>& calls = DemoCalls();
+  for (size_t first = 0; first < calls.size();) {
+    size_t end = first + 1;
+    while (end < calls.size() && calls[end].section == calls[first].section) ++end;
+    page += "<h2>" + Html(calls[first].section) + "</h2>\n";
+    for (size_t host = 0; host < std::size(kDemoHosts); ++host) {
+      page += "<div class=\"sheet\">\n";
+      for (size_t i = first; i < end; ++i) page += ResultFigure(results[host * calls.size() + i]);
+      page += "</div>\n";
+    }
+    first = end;
   }
-  return page + "</div>\n</body>\n</html>\n";
+  return page + "</body>\n</html>\n";
 }
 
 // Pixels in which two results of the same size differ.
@@ -158,6 +182,57 @@ int64_t DifferentPixels(const Image& a, const Image& b) {
   return count;
 }
 
+// ScalingQPX with each kernel on `receiver`, to `width` x `height`.
+void AddEveryKernel(std::vector<DemoCall>& calls, const std::string& section,
+                    const std::string& file, DemoReceiver receiver, int32_t width, int32_t height,
+                    int32_t zoom) {
+  for (const ResamplingMode& mode : ResamplingModes()) {
+    calls.push_back({section, file + "-" + mode.name, mode.name,
+                     std::string("kernel: ") + mode.kernel,
+                     MethodCall{"ScalingQPX", {mode.number, width, height}}, receiver, zoom});
+  }
+}
+
+std::vector<DemoCall> MakeDemoCalls() {
+  constexpr int32_t quarterWidth = 160, quarterHeight = 120;  // of the 640 x 480 sample
+  constexpr int32_t zoomedWidth = kDemoDetail.width * kDetailZoom;
+  constexpr int32_t zoomedHeight = kDemoDetail.height * kDetailZoom;
+  const std::string blur = "BlurQPX: box blur";
+  const std::string scale = "ScaleQPX: box resize and anti-aliased enlargement";
+  std::vector<DemoCall> calls = {
+      {blur, "blur-1", "", "box blur, radius 1 (3 x 3 box)", {"BlurQPX", {1.0}}},
+      {blur, "blur-3", "", "box blur, radius 3 (7 x 7 box)", {"BlurQPX", {3.0}}},
+      {blur, "blur-8", "", "box blur, radius 8 (17 x 17 box)", {"BlurQPX", {8.0}}},
+      {scale,
+       "scale-quarter",
+       "",
+       "box resize to a quarter of each side, shown twice as wide: every pixel the mean of 4 "
+       "pixels across, from every 4th row",
+       {"ScaleQPX", {quarterWidth, quarterHeight, false}},
+       DemoReceiver::Sample,
+       2},
+      {scale,
+       "detail-nearest",
+       "",
+       "4 x enlargement without anti-aliasing: every pixel repeated as a 4 x 4 block",
+       {"ScaleQPX", {zoomedWidth, zoomedHeight, false}},
+       DemoReceiver::Detail},
+      {scale,
+       "detail-antialias",
+       "",
+       "4 x anti-aliased enlargement: smooth blends between neighbouring pixels",
+       {"ScaleQPX", {zoomedWidth, zoomedHeight, true}},
+       DemoReceiver::Detail},
+  };
+  AddEveryKernel(calls,
+                 "ScalingQPX: pic resampled to a quarter of each side with each kernel, shown "
+                 "twice as wide",
+                 "resample-quarter", DemoReceiver::Sample, quarterWidth, quarterHeight, 2);
+  AddEveryKernel(calls, "ScalingQPX: detail resampled to 4 times its size with each kernel",
+                 "detail-resample", DemoReceiver::Detail, zoomedWidth, zoomedHeight, 1);
+  return calls;
+}
+
 }  // namespace
 
 const char* DemoReceiverName(DemoReceiver receiver) {
@@ -165,25 +240,7 @@ const char* DemoReceiverName(DemoReceiver receiver) {
 }
 
 const std::vector<DemoCall>& DemoCalls() {
-  constexpr int32_t zoomedWidth = kDemoDetail.width * kDetailZoom;
-  constexpr int32_t zoomedHeight = kDemoDetail.height * kDetailZoom;
-  static const std::vector<DemoCall> calls = {
-      {"blur-1", "box blur, radius 1 (3 x 3 box)", {"BlurQPX", {1.0}}},
-      {"blur-3", "box blur, radius 3 (7 x 7 box)", {"BlurQPX", {3.0}}},
-      {"blur-8", "box blur, radius 8 (17 x 17 box)", {"BlurQPX", {8.0}}},
-      {"scale-quarter",
-       "box resize to a quarter of each side: every pixel the mean of 4 pixels across, from "
-       "every 4th row",
-       {"ScaleQPX", {int32_t{160}, int32_t{120}, false}}},
-      {"detail-nearest",
-       "4 x enlargement without anti-aliasing: every pixel repeated as a 4 x 4 block",
-       {"ScaleQPX", {zoomedWidth, zoomedHeight, false}},
-       DemoReceiver::Detail},
-      {"detail-antialias",
-       "4 x anti-aliased enlargement: smooth blends between neighbouring pixels",
-       {"ScaleQPX", {zoomedWidth, zoomedHeight, true}},
-       DemoReceiver::Detail},
-  };
+  static const std::vector<DemoCall> calls = MakeDemoCalls();
   return calls;
 }
 
@@ -223,7 +280,8 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
       const DemoCall& call = DemoCalls()[i];
       Image result =
           RunMethod(host, pictures[size_t(call.receiver)].get(), call.call, plan.argument);
-      DemoResult shown{&call, kind, call.file + "-" + qpxhost::AppKindName(kind) + ".png", ""};
+      DemoResult shown{&call, kind, call.file + "-" + qpxhost::AppKindName(kind) + ".png", "",
+                       call.zoom > 1 ? result.width * call.zoom : 0};
       WritePng((dir / shown.file).string(), result, result.hasAlpha);
       if (kind == kDemoHosts[0]) {
         firstHostResults.push_back(std::move(result));
@@ -245,9 +303,6 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
     CheckLedger(host, "the demo's calls");
   }
   bar.Finish();
-  // Results of one call side by side.
-  std::stable_sort(results.begin(), results.end(),
-                   [](const DemoResult& a, const DemoResult& b) { return a.call < b.call; });
 
   const std::string index = (dir / "index.html").string();
   WriteTextFile(index, ContactSheet(inputs, results, options));

@@ -19,13 +19,16 @@ enum class DemoReceiver { Sample, Detail };
 const char* DemoReceiverName(DemoReceiver receiver);
 
 struct DemoCall {
+  std::string section;  // heading of the contact sheet's section showing the result
   std::string file;     // file name stem; "-console.png" or "-desktop.png" is added
+  std::string label;    // shown in bold before the call, e.g. a kernel's name; may be empty
   std::string caption;  // what the result shows
   MethodCall call;
   DemoReceiver receiver = DemoReceiver::Sample;
+  int32_t zoom = 1;  // shown this many times as wide, with square pixels
 };
 
-// The calls the demo makes, one row per call.
+// The calls the demo makes, the calls of one section next to each other.
 const std::vector<DemoCall>& DemoCalls();
 
 void AddDemoCommand(CLI::App& app);

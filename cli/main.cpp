@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   qpx::AddConvertCommand(app);
   qpx::AddBlurCommand(app);
   qpx::AddScaleCommand(app);
+  qpx::AddResampleCommand(app);
   qpx::AddDemoCommand(app);
   try {
     app.parse(argc, argv);

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "progress_bar.h"
+#include "resampling_modes.h"
 
 namespace qpx {
 namespace {
@@ -32,6 +33,31 @@ struct ScaleArguments {
   int32_t width = 0, height = 0;
   bool antiAlias = false;
 };
+
+struct ResampleArguments {
+  int32_t mode = 0, width = 0, height = 0;
+};
+
+// The required --width and --height of a command that makes a picture of a new size.
+void AddSizeOptions(CLI::App& command, int32_t& width, int32_t& height) {
+  command.add_option("--width", width, "Width of the result in pixels")->required();
+  command.add_option("--height", height, "Height of the result in pixels")->required();
+}
+
+// Turns a mode name into its number before CLI11 reads the option as an integer.
+CLI::Validator ResamplingModeValidator() {
+  return CLI::Validator(
+      [](std::string& text) {
+        const std::optional<int32_t> mode = ParseResamplingMode(text);
+        if (!mode) {
+          return "unknown mode '" + text + "': expected a 32-bit integer or one of " +
+                 ResamplingModeNames();
+        }
+        text = std::to_string(*mode);
+        return std::string();
+      },
+      "MODE");
+}
 
 }  // namespace
 
@@ -83,11 +109,26 @@ void AddScaleCommand(CLI::App& app) {
       AddFileCommand(app, "scale", "Resize an image with the module's ScaleQPX", [arguments] {
         return MethodCall{"ScaleQPX", {arguments->width, arguments->height, arguments->antiAlias}};
       });
-  sub->add_option("--width", arguments->width, "Width of the result in pixels")->required();
-  sub->add_option("--height", arguments->height, "Height of the result in pixels")->required();
+  AddSizeOptions(*sub, arguments->width, arguments->height);
   sub->add_flag("--antialias", arguments->antiAlias,
                 "Enlarge smoothly when the result is both wider and taller than the picture; "
                 "otherwise, as without this flag, the box resizer");
+}
+
+void AddResampleCommand(CLI::App& app) {
+  auto arguments = std::make_shared<ResampleArguments>();
+  CLI::App* sub = AddFileCommand(
+      app, "resample", "Resample an image with one of the kernels of the module's ScalingQPX",
+      [arguments] {
+        return MethodCall{"ScalingQPX", {arguments->mode, arguments->width, arguments->height}};
+      });
+  sub->add_option("-m,--mode", arguments->mode,
+                  "Kernel: a mode number or name from the list below (a number outside 1 to 7 "
+                  "is passed on, and the method answers nil)")
+      ->required()
+      ->transform(ResamplingModeValidator());
+  AddSizeOptions(*sub, arguments->width, arguments->height);
+  sub->footer("Modes:\n" + ResamplingModeTable());
 }
 
 }  // namespace qpx

@@ -1,5 +1,5 @@
-// "qpx convert", "qpx blur" and "qpx scale": an image file through a host picture, and
-// optionally one of the module's methods, into a PNG file.
+// "qpx convert", "qpx blur", "qpx scale" and "qpx resample": an image file through a host picture,
+// and optionally one of the module's methods, into a PNG file.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -14,6 +14,7 @@ namespace qpx {
 void AddConvertCommand(CLI::App& app);
 void AddBlurCommand(CLI::App& app);
 void AddScaleCommand(CLI::App& app);
+void AddResampleCommand(CLI::App& app);
 
 // Reads `input` into a host booted from `options`, runs `call` on it when given, and writes
 // the picture or the call's result to `output`. Nothing is written on any failure.

@@ -5,6 +5,8 @@
 #include <map>
 #include <stdexcept>
 
+#include "resampling_modes.h"
+
 namespace qpx {
 namespace {
 
@@ -65,10 +67,23 @@ int64_t ScaleYields(const MethodCall& call, int32_t width, int32_t height) {
   return int64_t{newHeight} + 1;
 }
 
+// Resampling: nil before any work for a mode outside 1 to 7, a size below 1 or an intermediate
+// image (new width x source height words) above 2^31 - 1 bytes; nil after five checks when the
+// new picture cannot be made. Otherwise four checks before the rows, one per row, three after.
+int64_t ScalingYields(const MethodCall& call, int32_t width, int32_t height) {
+  const int32_t mode = ArgumentOr<int32_t>(call, 0, 0);
+  const int32_t newWidth = ArgumentOr<int32_t>(call, 1, 0);
+  const int32_t newHeight = ArgumentOr<int32_t>(call, 2, 0);
+  if (FindResamplingMode(mode) == nullptr) return 0;
+  if (!IsPictureSize(width, height) || !IsPictureSize(newWidth, newHeight)) return 0;
+  if (int64_t{newWidth} * height * 4 > INT32_MAX) return 0;
+  return int64_t{newHeight} + 7;
+}
+
 // Methods whose yields are known, by name.
 const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)>& YieldCounters() {
   static const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)> counters = {
-      {"BlurQPX", &BlurYields}, {"ScaleQPX", &ScaleYields}};
+      {"BlurQPX", &BlurYields}, {"ScaleQPX", &ScaleYields}, {"ScalingQPX", &ScalingYields}};
   return counters;
 }
 

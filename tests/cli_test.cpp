@@ -29,6 +29,7 @@
 #include "picture_io.h"
 #include "picture_options.h"
 #include "progress_bar.h"
+#include "resampling_modes.h"
 
 namespace qpx {
 namespace {
@@ -358,6 +359,17 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
       {"scale", "in.png", "out.png", "--width", "2.5", "--height", "4"},
       {"scale", "in.png", "out.png", "--width", "4", "--height", "3000000000"},
       {"scale", "in.png", "out.png", "--width", "4", "--height", "4", "--antialias", "yes"},
+      {"resample", "in.png", "out.png", "--width", "4", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "2", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "2", "--width", "4"},
+      {"resample", "in.png", "out.png", "--mode", "sharp", "--width", "4", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "", "--width", "4", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "2.5", "--width", "4", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "3000000000", "--width", "4", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "box", "--width", "wide", "--height", "4"},
+      {"resample", "in.png", "out.png", "--mode", "box", "--width", "4", "--height", "1.5"},
+      {"resample", "in.png", "out.png", "--mode", "box", "--width", "4", "--height", "4",
+       "--layout", "8"},
       {"demo", "--layout", "9"},
       {"paint", "in.png"},
       {},
@@ -374,7 +386,7 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-  for (const char* command : {"info", "convert", "blur", "scale", "demo"}) {
+  for (const char* command : {"info", "convert", "blur", "scale", "resample", "demo"}) {
     SCOPED_TRACE(command);
     const QpxRun run = Qpx({command, "--help"});
     EXPECT_EQ(run.exitCode, 0);
@@ -382,13 +394,13 @@ TEST_F(CliTest, EveryCommandHasHelp) {
   }
   const QpxRun run = Qpx({"--help"});
   EXPECT_EQ(run.exitCode, 0);
-  for (const char* command : {"info", "convert", "blur", "scale", "demo"}) {
+  for (const char* command : {"info", "convert", "blur", "scale", "resample", "demo"}) {
     EXPECT_THAT(run.out, HasSubstr(command));
   }
 }
 
 TEST_F(CliTest, CommonOptionsAreOnEveryPictureCommand) {
-  for (const char* command : {"convert", "blur", "scale"}) {
+  for (const char* command : {"convert", "blur", "scale", "resample"}) {
     const QpxRun run = Qpx({command, "--help"});
     for (const char* option :
          {"--host ", "--layout", "--alpha", "--host-version", "--plugin", "--yield"}) {
@@ -500,15 +512,28 @@ void ExpectGray(const Image& image, const std::vector<uint8_t>& values) {
   }
 }
 
-class CliScaleTest : public CliTest {
+// "qpx resample in.png OUTPUT --mode MODE --width W --height H", then `more`.
+std::vector<std::string> ResampleArgs(const std::string& output, const std::string& mode,
+                                      int32_t width, int32_t height,
+                                      const std::vector<std::string>& more = {}) {
+  std::vector<std::string> args = {"resample", "in.png", output, "--mode", mode};
+  args.insert(args.end(), {"--width", std::to_string(width), "--height", std::to_string(height)});
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+class CliResizeTest : public CliTest {
  protected:
-  // Runs "qpx scale" on in.png in every kind of host and reads each out.png back, expecting a
-  // quiet success and an opaque picture of the requested size.
-  std::vector<Image> ScaleInEveryHost(int32_t width, int32_t height, bool antialias) {
+  // Runs qpx with `args`, which write out.png, in every kind of host and reads each out.png
+  // back, expecting a quiet success and an opaque picture of `width` x `height`.
+  std::vector<Image> OutputsInEveryHost(const std::vector<std::string>& args, int32_t width,
+                                        int32_t height) {
     std::vector<Image> outputs;
     for (const char* host : kHostKinds) {
       SCOPED_TRACE(host);
-      const QpxRun run = Qpx(ScaleArgs("out.png", width, height, antialias, {"--host", host}));
+      std::vector<std::string> withHost = args;
+      withHost.insert(withHost.end(), {"--host", host});
+      const QpxRun run = Qpx(withHost);
       EXPECT_EQ(run.exitCode, 0) << run.err;
       EXPECT_EQ(run.err, "");  // no terminal: no progress bar
       EXPECT_EQ(run.out, "");
@@ -522,7 +547,16 @@ class CliScaleTest : public CliTest {
     EXPECT_EQ(outputs.size(), std::size(kHostKinds));
     return outputs;
   }
+  std::vector<Image> ScaleInEveryHost(int32_t width, int32_t height, bool antialias) {
+    return OutputsInEveryHost(ScaleArgs("out.png", width, height, antialias), width, height);
+  }
+  std::vector<Image> ResampleInEveryHost(const std::string& mode, int32_t width, int32_t height) {
+    return OutputsInEveryHost(ResampleArgs("out.png", mode, width, height), width, height);
+  }
 };
+
+class CliScaleTest : public CliResizeTest {};
+class CliResampleTest : public CliResizeTest {};
 
 TEST_F(CliScaleTest, EnlargesWithoutAntialiasByRepeatingPixels) {
   const Image input = RandomImage(2, 2, false);
@@ -611,6 +645,167 @@ TEST_F(CliScaleTest, ToNoPixelsIsOneErrorLineAndNoOutput) {
   EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "out.png"));
 }
 
+// --- resample ---------------------------------------------------------------------------------
+// These need the module's ScalingQPX.
+
+// The modes by number and name, as users may give them.
+const std::pair<const char*, const char*> kModes[] = {
+    {"1", "triangle"}, {"2", "box"},   {"3", "lanczos3"}, {"4", "lanczos8"},
+    {"5", "mitchell"}, {"6", "cubic"}, {"7", "cubic6"}};
+
+TEST_F(CliResampleTest, ModesByNameAndByNumberGiveTheSameResult) {
+  WritePng(Path("in.png"), RandomImage(9, 7, false), false);
+  std::vector<std::vector<uint8_t>> results;
+  for (const auto& [number, name] : kModes) {
+    SCOPED_TRACE(name);
+    const QpxRun byNumber = Qpx(ResampleArgs("a.png", number, 13, 5));
+    const QpxRun byName = Qpx(ResampleArgs("b.png", name, 13, 5));
+    ASSERT_EQ(byNumber.exitCode, 0) << byNumber.err;
+    ASSERT_EQ(byName.exitCode, 0) << byName.err;
+    results.push_back(ReadImage(Path("a.png")).rgba);
+    EXPECT_TRUE(results.back() == ReadImage(Path("b.png")).rgba);
+  }
+  // Each mode has a kernel of its own.
+  for (size_t i = 0; i < results.size(); ++i) {
+    for (size_t j = 0; j < i; ++j) EXPECT_FALSE(results[i] == results[j]) << j + 1 << " " << i + 1;
+  }
+  // Names in any case.
+  ASSERT_EQ(Qpx(ResampleArgs("b.png", "Lanczos8", 13, 5)).exitCode, 0);
+  EXPECT_TRUE(ReadImage(Path("b.png")).rgba == results[3]);
+}
+
+TEST_F(CliResampleTest, ToTheSameSizeTheExactKernelsGiveThePictureBack) {
+  // At scale 1 the distances to the neighbours are whole numbers: there the triangle is not
+  // applied, the box and the cubic convolution are 0 and the six-point cubic all but 0.
+  const Image input = RandomImage(7, 5, false);
+  WritePng(Path("in.png"), input, false);
+  for (const char* mode : {"triangle", "box", "cubic", "cubic6"}) {
+    SCOPED_TRACE(mode);
+    for (const Image& output : ResampleInEveryHost(mode, 7, 5)) {
+      EXPECT_TRUE(output.rgba == input.rgba);
+    }
+  }
+}
+
+TEST_F(CliResampleTest, MitchellSoftensAtTheSameSize) {
+  // Weights 16/18 at distance 0 and 1/18 at 1, renormalised where the edge cuts them off:
+  // 90 * (1/18) / (17/18) = 5.29 at the ends, 90 * (16/18) / 1 = 80 in the middle.
+  WritePng(Path("in.png"), GrayImage(3, 1, {0, 90, 0}), false);
+  for (const Image& output : ResampleInEveryHost("5", 3, 1)) ExpectGray(output, {5, 80, 5});
+}
+
+TEST_F(CliResampleTest, TriangleEnlargementInterpolatesLinearly) {
+  // Doubling: output centres fall a quarter of a pixel from the source centres, weights 3/4 and
+  // 1/4; at the edges the single neighbour in reach is renormalised to weight 1. Rows first,
+  // then columns, each rounded half up.
+  WritePng(Path("in.png"), GrayImage(2, 2, {0, 100, 200, 40}), false);
+  for (const Image& output : ResampleInEveryHost("triangle", 4, 4)) {
+    ExpectGray(output, {0, 25, 75, 100,    //
+                        50, 59, 76, 85,    // 58.75, 76.25
+                        150, 126, 79, 55,  // 126.25, 78.75
+                        200, 160, 80, 40});
+  }
+}
+
+TEST_F(CliResampleTest, BoxShrinkRoundsAfterEachPass) {
+  // Halving: each output pixel has weight 1 for the two source pixels whose centres lie within
+  // a quarter of an output pixel. Across: (10 + 13) / 2 = 11.5 and (200 + 101) / 2 = 150.5
+  // round up to 12 and 151, (0 + 1) / 2 to 1 and (60 + 61) / 2 to 61; down, (12 + 1) / 2 = 6.5
+  // rounds to 7 where the mean of all four, 6, would not.
+  WritePng(Path("in.png"), GrayImage(4, 2, {10, 13, 200, 101, 0, 1, 60, 61}), false);
+  for (const Image& output : ResampleInEveryHost("box", 2, 2)) ExpectGray(output, {12, 151, 1, 61});
+  for (const Image& output : ResampleInEveryHost("box", 2, 1)) ExpectGray(output, {7, 106});
+}
+
+TEST_F(CliResampleTest, UniformPictureStaysUniformWithEveryMode) {
+  // The weights are renormalised by their sum, so a single colour comes through whatever their
+  // signs.
+  WritePng(Path("in.png"), UniformImage(9, 7, 200, 120, 40), false);
+  for (const auto& [number, name] : kModes) {
+    for (const auto& [width, height] : {std::pair{4, 3}, {20, 17}, {20, 3}}) {
+      SCOPED_TRACE(std::string(name) + " to " + std::to_string(width) + " x " +
+                   std::to_string(height));
+      for (const Image& output : ResampleInEveryHost(number, width, height)) {
+        EXPECT_TRUE(output.rgba == UniformImage(width, height, 200, 120, 40).rgba);
+      }
+    }
+  }
+}
+
+TEST_F(CliResampleTest, PictureWithAlphaComesBackOpaque) {
+  WritePng(Path("in.png"), RandomImage(6, 4, true), true);
+  for (const char* layout : {"1", "2"}) {
+    SCOPED_TRACE(layout);
+    const QpxRun run = Qpx(ResampleArgs("out.png", "lanczos3", 9, 5,
+                                        {"--host", "desktop", "--alpha", "--layout", layout}));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const Image output = ReadImage(Path("out.png"));
+    EXPECT_EQ(output.width, 9);
+    for (size_t i = 3; i < output.rgba.size(); i += 4) EXPECT_EQ(output.rgba[i], 255) << i / 4;
+  }
+}
+
+TEST_F(CliResampleTest, WithYieldingGivesTheSameResult) {
+  WritePng(Path("in.png"), RandomImage(20, 15, false), false);
+  ASSERT_EQ(Qpx(ResampleArgs("a.png", "mitchell", 45, 11)).exitCode, 0);
+  for (const char* yield : {"1", "-1", "-2147483648"}) {
+    const QpxRun run = Qpx(ResampleArgs("b.png", "mitchell", 45, 11, {"--yield", yield}));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    EXPECT_TRUE(ReadImage(Path("a.png")).rgba == ReadImage(Path("b.png")).rgba) << yield;
+  }
+}
+
+TEST_F(CliResampleTest, NilResultIsOneErrorLineAndNoOutput) {
+  // Mode numbers outside 1 to 7 reach the method, which answers nil, as it does for no pixels.
+  WritePng(Path("in.png"), RandomImage(4, 4, false), false);
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {ResampleArgs("out.png", "0", 4, 4), "pic.ScalingQPX(0, 4, 4)"},
+      {ResampleArgs("out.png", "8", 4, 4), "pic.ScalingQPX(8, 4, 4)"},
+      {ResampleArgs("out.png", "-1", 4, 4), "pic.ScalingQPX(-1, 4, 4)"},
+      {ResampleArgs("out.png", "box", 0, 4), "pic.ScalingQPX(2, 0, 4)"},
+      {ResampleArgs("out.png", "cubic", 5, -3), "pic.ScalingQPX(6, 5, -3)"},
+  };
+  for (const auto& [args, call] : cases) {
+    SCOPED_TRACE(call);
+    const QpxRun run = Qpx(args);
+    ExpectOneErrorLine(run);
+    EXPECT_EQ(run.err, std::string("qpx: ") + call + " returned nil\n");
+    EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+  }
+  WriteBytes(Path("out.png"), "precious");
+  for (const char* host : kHostKinds) {
+    SCOPED_TRACE(host);
+    for (const auto& [args, call] : cases) {
+      std::vector<std::string> withHost = args;
+      withHost.insert(withHost.end(), {"--host", host});
+      ExpectOneErrorLine(Qpx(withHost));
+      EXPECT_EQ(ReadAll(Path("out.png")), "precious") << call;
+    }
+  }
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "out.png"));
+}
+
+TEST_F(CliTest, UnknownModeNameIsAUsageErrorListingTheNames) {
+  WritePng(Path("in.png"), RandomImage(4, 4, false), false);
+  const QpxRun run = Qpx(ResampleArgs("out.png", "sharp", 4, 4));
+  EXPECT_EQ(run.exitCode, 2);
+  ASSERT_FALSE(Lines(run.err).empty());
+  EXPECT_EQ(Lines(run.err)[0],
+            "--mode: unknown mode 'sharp': expected a 32-bit integer or one of triangle, box, "
+            "lanczos3, lanczos8, mitchell, cubic, cubic6");
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+}
+
+TEST_F(CliTest, ResampleHelpListsTheModes) {
+  const QpxRun run = Qpx({"resample", "--help"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_THAT(run.out, HasSubstr("--mode"));
+  for (const auto& [number, name] : kModes) {
+    EXPECT_THAT(run.out, HasSubstr("\n  " + std::string(number) + "  " + name + " "));
+  }
+}
+
 // --- demo -------------------------------------------------------------------------------------
 
 TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
@@ -627,11 +822,17 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
   EXPECT_EQ(sources.size(), 2 + 2 * DemoCalls().size());
   EXPECT_THAT(sources, ::testing::Contains("input.png"));
   EXPECT_THAT(sources, ::testing::Contains("detail.png"));
-  // Sizes: the blurs keep the sample's, the shrink is a quarter of each side, the detail and its
-  // enlargements are 80 x 60 and 4 times that.
+  // Sizes: the blurs keep the sample's, the shrinks are a quarter of each side, the detail and
+  // its enlargements are 80 x 60 and 4 times that.
   const std::pair<const char*, std::pair<int32_t, int32_t>> sizes[] = {
-      {"input", {640, 480}}, {"blur-", {640, 480}},           {"scale-quarter-", {160, 120}},
-      {"detail.", {80, 60}}, {"detail-nearest-", {320, 240}}, {"detail-antialias-", {320, 240}}};
+      {"input", {640, 480}},
+      {"blur-", {640, 480}},
+      {"scale-quarter-", {160, 120}},
+      {"resample-quarter-", {160, 120}},
+      {"detail.", {80, 60}},
+      {"detail-nearest-", {320, 240}},
+      {"detail-antialias-", {320, 240}},
+      {"detail-resample-", {320, 240}}};
   for (const std::string& file : sources) {
     SCOPED_TRACE(file);
     const Image image = ReadImage(Path("out/" + file));
@@ -646,6 +847,18 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
                            "pic.ScaleQPX(160, 120, False)", "detail.ScaleQPX(320, 240, False)",
                            "detail.ScaleQPX(320, 240, True)", "console host", "desktop host"}) {
     EXPECT_THAT(page, HasSubstr(text));
+  }
+  // Every kernel on both receivers, labelled with its name.
+  for (const auto& [number, name] : kModes) {
+    EXPECT_THAT(page, HasSubstr(std::string("<b>") + name + "</b> <code>pic.ScalingQPX(" + number +
+                                ", 160, 120)</code>"));
+    EXPECT_THAT(page, HasSubstr(std::string("<b>") + name + "</b> <code>detail.ScalingQPX(" +
+                                number + ", 320, 240)</code>"));
+    for (const char* host : {"console", "desktop"}) {
+      for (const char* stem : {"resample-quarter-", "detail-resample-"}) {
+        EXPECT_THAT(sources, ::testing::Contains(stem + std::string(name) + "-" + host + ".png"));
+      }
+    }
   }
   // The detail is cut from the sample picture, and its plain enlargement repeats its pixels.
   const Image input = ReadImage(Path("out/input.png"));
@@ -672,6 +885,42 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
     if (name != "index.html") {
       EXPECT_THAT(sources, ::testing::Contains(name));
     }
+  }
+}
+
+// A box shrink to a quarter of each side as ScalingQPX's box kernel makes it: weight 1 for the
+// 4 source pixels within half a box of the centre, each pass rounding its mean half up.
+Image BoxKernelQuarter(const Image& image) {
+  Image out = UniformImage(image.width / 4, image.height / 4, 0, 0, 0);
+  for (int32_t y = 0; y < out.height; ++y) {
+    for (int32_t x = 0; x < out.width; ++x) {
+      for (int c = 0; c < 3; ++c) {
+        int rows = 0;
+        for (int32_t k = 4 * y; k < 4 * y + 4; ++k) {
+          int across = 0;
+          for (int32_t i = 4 * x; i < 4 * x + 4; ++i) across += PixelAt(image, i, k)[c];
+          rows += (across + 2) / 4;
+        }
+        out.rgba[(size_t(y) * size_t(out.width) + size_t(x)) * 4 + size_t(c)] =
+            static_cast<uint8_t>((rows + 2) / 4);
+      }
+    }
+  }
+  return out;
+}
+
+TEST_F(CliTest, DemoResultsOfTheBoxKernelFollowFromTheirWeights) {
+  ASSERT_EQ(Qpx({"demo", "out"}).exitCode, 0);
+  const Image input = ReadImage(Path("out/input.png"));
+  const Image detail = ReadImage(Path("out/detail.png"));
+  for (const char* host : {"console", "desktop"}) {
+    SCOPED_TRACE(host);
+    const std::string suffix = std::string("-box-") + host + ".png";
+    EXPECT_TRUE(ReadImage(Path("out/resample-quarter" + suffix)).rgba ==
+                BoxKernelQuarter(input).rgba);
+    // Enlarging 4 times, each output centre is within half a pixel of exactly one source centre.
+    EXPECT_EQ(RepeatedPixels(ReadImage(Path("out/detail-resample" + suffix)), detail, 4, 4),
+              320 * 240);
   }
 }
 
@@ -807,6 +1056,8 @@ TEST(CliPlumbingTest, CallTextReadsLikeTheHostLanguage) {
             "pic.ScaleQPX(320, 240, True)");
   EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{8}, int32_t{6}, false}}).Text("detail"),
             "detail.ScaleQPX(8, 6, False)");
+  EXPECT_EQ((MethodCall{"ScalingQPX", {int32_t{3}, int32_t{160}, int32_t{120}}}).Text(),
+            "pic.ScalingQPX(3, 160, 120)");
 }
 
 TEST(CliPlumbingTest, RowYieldsOfBlur) {
@@ -835,6 +1086,48 @@ TEST(CliPlumbingTest, RowYieldsOfScale) {
   EXPECT_EQ(RowYields(scale(640, 480, false), 640, 480), 0);
   EXPECT_EQ(RowYields(scale(0, 10, true), 640, 480), 0);
   EXPECT_EQ(RowYields(scale(10, -1, false), 640, 480), 0);
+}
+
+TEST(CliPlumbingTest, RowYieldsOfScaling) {
+  auto scaling = [](int32_t mode, int32_t width, int32_t height) {
+    return MethodCall{"ScalingQPX", {mode, width, height}};
+  };
+  // Four checks before the rows, one per row and three after.
+  EXPECT_EQ(RowYields(scaling(3, 160, 120), 640, 480), 127);
+  EXPECT_EQ(RowYields(scaling(1, 320, 240), 80, 60), 247);
+  EXPECT_EQ(RowYields(scaling(7, 640, 480), 640, 480), 487);
+  EXPECT_EQ(RowYields(scaling(4, 1, 1), 1, 1), 8);
+  EXPECT_EQ(RowYields(scaling(2, 10, 32767), 5, 5), 32774);
+  // Nil before any work: a mode outside 1 to 7, no pixels, or an intermediate picture of new
+  // width x source height words above 2^31 - 1 bytes (32767 x 16384 x 4 is 2^31 - 65536).
+  for (int32_t mode : {0, 8, -1, INT32_MIN}) EXPECT_EQ(RowYields(scaling(mode, 8, 8), 4, 4), 0);
+  EXPECT_EQ(RowYields(scaling(1, 0, 8), 4, 4), 0);
+  EXPECT_EQ(RowYields(scaling(1, 8, -2), 4, 4), 0);
+  EXPECT_EQ(RowYields(scaling(5, 32767, 10), 5, 16384), 17);
+  EXPECT_EQ(RowYields(scaling(5, 32767, 10), 5, 16385), 0);
+  // Nil after five checks, when the new picture cannot be made: not counted.
+  EXPECT_EQ(RowYields(scaling(2, 32768, 10), 5, 5), 0);
+  EXPECT_EQ(RowYields(scaling(2, 10, 32768), 5, 5), 0);
+}
+
+TEST(CliPlumbingTest, ResamplingModesByNumberAndName) {
+  for (const auto& [number, name] : kModes) {
+    EXPECT_EQ(ParseResamplingMode(number), std::stoi(number));
+    EXPECT_EQ(ParseResamplingMode(name), std::stoi(number));
+    ASSERT_NE(FindResamplingMode(std::stoi(number)), nullptr);
+    EXPECT_STREQ(FindResamplingMode(std::stoi(number))->name, name);
+  }
+  EXPECT_EQ(ParseResamplingMode("MITCHELL"), 5);
+  // Other numbers are taken as they are, for the method to refuse.
+  EXPECT_EQ(ParseResamplingMode("0"), 0);
+  EXPECT_EQ(ParseResamplingMode("8"), 8);
+  EXPECT_EQ(ParseResamplingMode("-2147483648"), INT32_MIN);
+  for (const char* bad : {"", "sharp", "2.5", " 3", "3 ", "0x3", "2147483648", "lanczos"}) {
+    EXPECT_EQ(ParseResamplingMode(bad), std::nullopt) << bad;
+  }
+  EXPECT_EQ(FindResamplingMode(0), nullptr);
+  EXPECT_EQ(FindResamplingMode(8), nullptr);
+  EXPECT_EQ(ResamplingModeNames(), "triangle, box, lanczos3, lanczos8, mitchell, cubic, cubic6");
 }
 
 TEST(CliPlumbingTest, YieldPlan) {
@@ -913,6 +1206,51 @@ TEST_P(CliMethodTest, ScaleYieldsAsTheProgressBarCounts) {
     RunMethod(*host_, picture.get(), call, 0);
     EXPECT_EQ(yields, 0);
   }
+  host_->onYield = nullptr;
+}
+
+// Needs the module's ScalingQPX.
+TEST_P(CliMethodTest, ScalingYieldsAsTheProgressBarCounts) {
+  const Image input = RandomImage(7, 5, false);
+  PictureRef picture = ImageToPicture(*host_, input, {});
+  int yields = 0;
+  host_->onYield = [&] { ++yields; };
+  for (int32_t mode = 1; mode <= 7; ++mode) {
+    for (const auto& [width, height] : {std::pair{3, 2}, {14, 10}, {7, 5}, {14, 3}, {2, 11}}) {
+      const MethodCall call{"ScalingQPX", {mode, width, height}};
+      SCOPED_TRACE(call.Text());
+      yields = 0;
+      const Image output = RunMethod(*host_, picture.get(), call, kYieldEveryRow);
+      EXPECT_EQ(yields, RowYields(call, input.width, input.height));
+      EXPECT_EQ(output.width, width);
+      EXPECT_EQ(output.height, height);
+      yields = 0;
+      RunMethod(*host_, picture.get(), call, 0);
+      EXPECT_EQ(yields, 0);
+    }
+  }
+  // Nil before any work, and nil after five checks when the new picture cannot be made, which
+  // the bar does not count.
+  for (const auto& [call, expected] : {
+           std::pair{MethodCall{"ScalingQPX", {int32_t{0}, int32_t{3}, int32_t{2}}}, 0},
+           {MethodCall{"ScalingQPX", {int32_t{8}, int32_t{3}, int32_t{2}}}, 0},
+           {MethodCall{"ScalingQPX", {int32_t{1}, int32_t{0}, int32_t{2}}}, 0},
+           {MethodCall{"ScalingQPX", {int32_t{1}, int32_t{3}, int32_t{-1}}}, 0},
+           {MethodCall{"ScalingQPX", {int32_t{1}, int32_t{32768}, int32_t{2}}}, 5},
+       }) {
+    SCOPED_TRACE(call.Text());
+    yields = 0;
+    EXPECT_THROW(RunMethod(*host_, picture.get(), call, kYieldEveryRow), std::runtime_error);
+    EXPECT_EQ(yields, expected);
+    EXPECT_EQ(RowYields(call, input.width, input.height), 0);
+  }
+  // An intermediate picture above 2^31 - 1 bytes: nil before any work.
+  PictureRef tall = ImageToPicture(*host_, UniformImage(1, 16385, 0, 0, 0), {});
+  const MethodCall wide{"ScalingQPX", {int32_t{1}, int32_t{32767}, int32_t{2}}};
+  yields = 0;
+  EXPECT_THROW(RunMethod(*host_, tall.get(), wide, kYieldEveryRow), std::runtime_error);
+  EXPECT_EQ(yields, 0);
+  EXPECT_EQ(RowYields(wide, 1, 16385), 0);
   host_->onYield = nullptr;
 }
 
