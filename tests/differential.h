@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host.h"
@@ -41,6 +42,23 @@ struct ExpectedPicture {
 void CheckPictureCall(qpxhost::Host& host, qpxhost::HostPicture* receiver,
                       const std::string& method, std::vector<qpxhost::Value> arguments,
                       const ExpectedPicture& expected);
+
+// What a method call must give, and how many times it must yield when every yield check hands
+// control to the host (a yield argument of 0 never yields).
+struct ExpectedResult {
+  ExpectedPicture picture;
+  int yields = 0;
+};
+
+// CheckPictureCall, and the number of times the call yielded.
+inline void CheckPictureCallAndYields(qpxhost::Host& host, qpxhost::HostPicture* receiver,
+                                      const std::string& method,
+                                      std::vector<qpxhost::Value> arguments,
+                                      const ExpectedPicture& expected, int yields) {
+  const int before = host.yieldCount;
+  CheckPictureCall(host, receiver, method, std::move(arguments), expected);
+  EXPECT_EQ(host.yieldCount - before, yields) << "yields";
+}
 
 // A test run once in each host configuration, with a fresh copy of the module loaded.
 class HostVariantTest : public HostTest, public ::testing::WithParamInterface<HostVariant> {

@@ -146,6 +146,14 @@ std::vector<PictureRecipe> RandomPictureRecipes(uint32_t seed, int count, int32_
   return recipes;
 }
 
+void MixDesktopLayouts(std::vector<PictureRecipe>& recipes, const qpxhost::HostConfig& config,
+                       std::mt19937& rng) {
+  if (config.app != qpxhost::AppKind::Desktop) return;
+  for (PictureRecipe& recipe : recipes) {
+    if (rng() % 3 == 0) recipe.layout = 1 + int32_t(rng() % (recipe.hasAlpha ? 2 : 6));
+  }
+}
+
 std::ostream& operator<<(std::ostream& out, const HostVariant& variant) {
   return out << variant.name;
 }
@@ -181,6 +189,13 @@ int32_t NewPictureFormat(const qpxhost::HostConfig& config) {
 
 int32_t NewAlphaPictureFormat(const qpxhost::HostConfig& config) {
   return config.app == qpxhost::AppKind::Desktop ? config.desktopAlphaLayout : 8;
+}
+
+bool WriterAccepts(const qpxhost::HostConfig& config, bool hasAlpha, int32_t width,
+                   int32_t height) {
+  if (width < 1 || height < 1) return false;
+  if (hasAlpha) return config.version.value_or(0.0) >= 2011.04;
+  return width <= 32767 && height <= 32767;
 }
 
 qpxhost::HostConfig AppHost(qpxhost::AppKind app) {

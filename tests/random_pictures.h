@@ -49,6 +49,11 @@ qpxhost::HostPicture* MakePicture(qpxhost::Host& host, const PictureRecipe& reci
 std::vector<PictureRecipe> RandomPictureRecipes(uint32_t seed, int count, int32_t maxSide,
                                                 bool alpha);
 
+// In a desktop host, gives about a third of the recipes a layout drawn at random (1 to 6, or 1
+// or 2 with an alpha channel), often not the one new pictures of their kind get.
+void MixDesktopLayouts(std::vector<PictureRecipe>& recipes, const qpxhost::HostConfig& config,
+                       std::mt19937& rng);
+
 // A host configuration with a name usable in test names.
 struct HostVariant {
   std::string name;
@@ -63,6 +68,9 @@ std::vector<HostVariant> AllHostVariants();
 int32_t NewPictureFormat(const qpxhost::HostConfig& config);
 // The layout of a new picture with alpha channel (made through the "Picture" constructor).
 int32_t NewAlphaPictureFormat(const qpxhost::HostConfig& config);
+// Whether a method's new picture of that size can be made: without alpha channel 1 to 32767
+// pixels a side; with one at least 1 a side, on a host of 2011.04 or later.
+bool WriterAccepts(const qpxhost::HostConfig& config, bool hasAlpha, int32_t width, int32_t height);
 
 // Hosts for named tests: an application of `app`, or a desktop one with these layouts and
 // row padding; and a name for traces.

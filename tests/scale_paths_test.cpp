@@ -1,10 +1,11 @@
-// The resizers give the same bytes with every version of their pixel loops that this processor
-// runs: random pictures in every layout, random target sizes, each vector version compared
-// with the plain loops byte for byte.
+// The resizers and the resampler give the same bytes with every version of their pixel loops that
+// this processor runs: random pictures in every layout, random target sizes, each vector version
+// compared with the plain loops byte for byte.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <ostream>
 #include <random>
 #include <string>
@@ -14,6 +15,7 @@
 #include "module_host.h"
 #include "nice_bigger.h"
 #include "pixel_loops.h"
+#include "scaling_qpx.h"
 #include "yield_data.h"
 
 namespace {
@@ -25,7 +27,7 @@ using qpxhost::PictureOptions;
 using qpxtest::ModuleHost;
 using qpxtest::Ref;
 
-using Resizer = REALpicture (*)(REALpicture, int32_t, int32_t, PixelLoops);
+using Resizer = std::function<REALpicture(REALpicture, int32_t, int32_t, PixelLoops)>;
 
 // Every byte of every row, padding left out.
 std::vector<uint8_t> Bytes(HostPicture& picture) {
@@ -45,7 +47,7 @@ HostConfig Host(AppKind app, int32_t layout, int32_t alphaLayout) {
 }
 
 // Resizes random pictures to random sizes with each version of the loops.
-void CompareLoops(const HostConfig& config, Resizer resize, uint32_t seed) {
+void CompareLoops(const HostConfig& config, const Resizer& resize, uint32_t seed) {
   ModuleHost env(config);
   std::mt19937 rng(seed);
   auto side = [&](int32_t lo, int32_t hi) {
@@ -109,6 +111,19 @@ TEST_P(ScaleLoops, BoxResizerMatchesThePlainLoops) {
 
 TEST_P(ScaleLoops, EnlargementMatchesThePlainLoops) {
   EXPECT_IN_FRESH_PROCESS(CompareLoops(GetParam().config, ScalePictureNiceBiggerWith, 2));
+}
+
+// Every mode of the resampler, shrinking and enlarging.
+TEST_P(ScaleLoops, ResamplerMatchesThePlainLoops) {
+  for (int32_t mode = 1; mode <= 7; ++mode) {
+    SCOPED_TRACE("mode " + std::to_string(mode));
+    EXPECT_IN_FRESH_PROCESS(CompareLoops(
+        GetParam().config,
+        [mode](REALpicture source, int32_t width, int32_t height, PixelLoops loops) {
+          return PictureScalingQPXWith(source, mode, width, height, 0, loops);
+        },
+        3 + uint32_t(mode)));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, ScaleLoops, ::testing::ValuesIn(Variants()),
