@@ -72,13 +72,6 @@ uint8_t ClampByte(float v) {
   return static_cast<uint8_t>(static_cast<int32_t>(v));
 }
 
-bool WriterCanBeCreated(bool hasAlpha, const qpxhost::HostConfig& host, int32_t width,
-                        int32_t height) {
-  if (width < 1 || height < 1) return false;
-  if (hasAlpha) return host.version.value_or(0.0) >= 2011.04;
-  return width <= 32767 && height <= 32767;
-}
-
 }  // namespace
 
 RawPicture ReferenceBoxResize(const RawPicture& source, int32_t width, int32_t height,
@@ -154,7 +147,7 @@ ExpectedScaleResult ExpectedScale(const RawPicture* source, bool hasAlpha,
   if (srcW == call.width && srcH == call.height) {
     return {source ? ExpectedPicture::Receiver() : ExpectedPicture::Nil(), 0};
   }
-  const bool writer = WriterCanBeCreated(hasAlpha, host, call.width, call.height);
+  const bool writer = WriterAccepts(host, hasAlpha, call.width, call.height);
   const int32_t format = hasAlpha ? NewAlphaPictureFormat(host) : NewPictureFormat(host);
   // The enlargement yields three times before its pixel loops and once a row of each byte; when
   // it cannot run, it yields nothing and the box resizer takes over.

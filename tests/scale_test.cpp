@@ -168,11 +168,7 @@ TEST_P(ScaleDifferential, MatchesTheReferenceByteForByte) {
       qpxtest::RandomPictureRecipes(seed, 20, 200, /*alpha=*/true);
   // Some desktop sources in a layout other than new pictures get: the box resizer reads the
   // source's layout and writes the new one's, the enlargement carries bytes by position.
-  for (qpxtest::PictureRecipe& recipe : recipes) {
-    if (config.app == AppKind::Desktop && rng() % 3 == 0) {
-      recipe.layout = 1 + int32_t(rng() % (recipe.hasAlpha ? 2 : 6));
-    }
-  }
+  qpxtest::MixDesktopLayouts(recipes, config, rng);
   int caseNumber = 0;
   for (const qpxtest::PictureRecipe& recipe : recipes) {
     for (int t = 0; t < kTargetCount; ++t) {
