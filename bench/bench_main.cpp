@@ -2,9 +2,21 @@
 // the same pixels and, when built in, other libraries doing the same jobs. Times are the
 // thread's CPU time (the library's default; libvips's cases take the process's): on a small
 // shared machine wall time also counts waits for a core.
+//
+// Besides Google Benchmark's flags it takes
+//   --plain_module=PATH       a build of the module with QPX_PLAIN_LOOPS, whose ScalingQPX is
+//                             timed too, on a desktop host (cases Scaling/desktop/JOB/plain/MODE)
+//   --scaling_min_time=SECS   seconds each ScalingQPX case runs at least, per repetition
+//                             (default 0.1)
+//   --scaling_repetitions=N   repetitions of each ScalingQPX case (default: as many as
+//                             --benchmark_repetitions asks for)
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "benchmarks.h"
 #include "host_session.h"
@@ -18,17 +30,75 @@
 
 namespace {
 
-// Cases of one kind of application are registered together, so that a run in order boots each
-// host once; an interleaved run boots one again whenever it switches kinds.
-void RegisterAll() {
+struct Options {
+  std::string plainModule;
+  qpxbench::RunLength scaling;
+};
+
+// The value of `--name=VALUE` in `argument`, if that is what it is.
+std::optional<std::string> FlagValue(std::string_view argument, std::string_view name) {
+  if (!argument.starts_with("--") || !argument.substr(2).starts_with(name)) return std::nullopt;
+  argument.remove_prefix(2 + name.size());
+  if (!argument.starts_with('=')) return std::nullopt;
+  return std::string(argument.substr(1));
+}
+
+// The number `text` spells, or 0 when it is not a positive number.
+double PositiveNumber(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  return end != text.c_str() && *end == '\0' && value > 0 ? value : 0;
+}
+
+bool BadValue(const char* program, const char* flag, const char* wanted) {
+  std::fprintf(stderr, "%s: --%s wants %s\n", program, flag, wanted);
+  return false;
+}
+
+// Reads this program's own flags from what Google Benchmark left; false after naming the first
+// argument that is none of them.
+bool ParseOptions(int argc, char** argv, Options& options) {
+  for (int i = 1; i < argc; ++i) {
+    if (auto path = FlagValue(argv[i], "plain_module")) {
+      options.plainModule = *path;
+    } else if (auto seconds = FlagValue(argv[i], "scaling_min_time")) {
+      options.scaling.minTime = PositiveNumber(*seconds);
+      if (options.scaling.minTime <= 0)
+        return BadValue(argv[0], "scaling_min_time", "a positive number of seconds");
+    } else if (auto count = FlagValue(argv[i], "scaling_repetitions")) {
+      const double repetitions = PositiveNumber(*count);
+      options.scaling.repetitions = static_cast<int>(repetitions);
+      if (repetitions < 1 || repetitions != options.scaling.repetitions) {
+        return BadValue(argv[0], "scaling_repetitions", "a positive whole number");
+      }
+    } else {
+      std::fprintf(stderr, "%s: unrecognized command-line flag: %s\n", argv[0], argv[i]);
+      return false;
+    }
+  }
+  return true;
+}
+
+// Cases of one kind of application and one build of the module are registered together, so
+// that a run in order boots each host once; an interleaved run boots one again whenever it
+// switches.
+void RegisterAll(const Options& options) {
   const struct {
     const char* name;
     qpxhost::AppKind app;
   } apps[] = {{"console", qpxhost::AppKind::Console}, {"desktop", qpxhost::AppKind::Desktop}};
+  const qpxbench::ModuleBuild normal{qpxbench::NormalModulePath(), ""};
   for (const auto& [name, app] : apps) {
     qpxbench::RegisterFloorBenchmarks(app, name);
     qpxbench::RegisterBlurBenchmarks(app, name);
     qpxbench::RegisterScaleBenchmarks(app, name);
+    qpxbench::RegisterScalingBenchmarks(app, name, normal, options.scaling);
+  }
+  // The plain loops on one kind of host only: they are slow, and the kinds differ only in how
+  // pixels are reached, not in the loops.
+  if (!options.plainModule.empty()) {
+    qpxbench::RegisterScalingBenchmarks(qpxhost::AppKind::Desktop, "desktop",
+                                        {options.plainModule, "/plain"}, options.scaling);
   }
 #ifdef QPX_BENCH_OPENCV
   qpxbench::RegisterOpenCVBenchmarks();
@@ -42,9 +112,19 @@ void RegisterAll() {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  Options options;
+  if (!ParseOptions(argc, argv, options)) return 1;
   benchmark::AddCustomContext("picture", qpxbench::kLarge.Name());
   benchmark::AddCustomContext("small_picture", qpxbench::kSmall.Name());
+  benchmark::AddCustomContext("plain_module",
+                              options.plainModule.empty() ? "not given" : options.plainModule);
+  char minTime[32];
+  std::snprintf(minTime, sizeof minTime, "%g", options.scaling.minTime);
+  benchmark::AddCustomContext("scaling_min_time", minTime);
+  benchmark::AddCustomContext("scaling_repetitions",
+                              options.scaling.repetitions > 0
+                                  ? std::to_string(options.scaling.repetitions)
+                                  : "as --benchmark_repetitions");
 #ifdef QPX_BENCH_OPENCV
   benchmark::AddCustomContext("opencv", CV_VERSION);
 #else
@@ -55,7 +135,7 @@ int main(int argc, char** argv) {
 #else
   benchmark::AddCustomContext("libvips", "not built in");
 #endif
-  RegisterAll();
+  RegisterAll(options);
   benchmark::RunSpecifiedBenchmarks();
   qpxbench::Session::End();
   benchmark::Shutdown();

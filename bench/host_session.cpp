@@ -37,10 +37,14 @@ std::string Describe(const MethodCall& call) {
 
 }  // namespace
 
-Session& Session::For(qpxhost::AppKind app) {
-  if (current_ == nullptr || current_->app_ != app) {
+const char* NormalModulePath() {
+  return QPX_PLUGIN_PATH;
+}
+
+Session& Session::For(qpxhost::AppKind app, const std::string& module) {
+  if (current_ == nullptr || current_->app_ != app || current_->module_ != module) {
     current_.reset();
-    current_ = std::make_unique<Session>(app);
+    current_ = std::make_unique<Session>(app, module);
   }
   return *current_;
 }
@@ -49,8 +53,9 @@ void Session::End() {
   current_.reset();
 }
 
-Session::Session(qpxhost::AppKind app) : app_(app), host_(ConfigFor(app)) {
-  host_.LoadPlugin(QPX_PLUGIN_PATH);
+Session::Session(qpxhost::AppKind app, const std::string& module)
+    : app_(app), module_(module), host_(ConfigFor(app)) {
+  host_.LoadPlugin(module_);
 }
 
 Session::~Session() {
@@ -75,7 +80,8 @@ Session::Pictures& Session::PicturesOf(Size size) {
 }
 
 std::string Session::Check(const MethodCall& call) {
-  const std::string key = Describe(call);
+  const std::string key =
+      std::string(qpxhost::AppKindName(app_)) + " " + module_ + ": " + Describe(call);
   if (checked_.count(key) != 0) return {};
   std::string error;
   try {
@@ -122,15 +128,22 @@ std::string Session::CheckedCall(const MethodCall& call) {
   return error;
 }
 
-void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodCall& call) {
-  Session& session = Session::For(app);
-  const std::string error = session.Check(call);
+void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodCall& call,
+                    const std::string& module) {
+  Session* session = nullptr;
+  std::string error;
+  try {
+    session = &Session::For(app, module);
+    error = session->Check(call);
+  } catch (const std::exception& exception) {
+    error = exception.what();  // the module could not be loaded
+  }
   if (!error.empty()) {
     state.SkipWithError(error.c_str());
     return;
   }
-  qpxhost::Host& host = session.host();
-  qpxhost::HostPicture* source = session.Source(call.source);
+  qpxhost::Host& host = session->host();
+  qpxhost::HostPicture* source = session->Source(call.source);
   for (auto _ : state) {
     const qpxhost::CallResult result = host.Call(call.method, source, call.arguments);
     benchmark::DoNotOptimize(result.picture);

@@ -25,15 +25,18 @@ struct MethodCall {
   Size result;
 };
 
+// The module this program was built with.
+const char* NormalModulePath();
+
 class Session {
  public:
-  // The host allows one booted host at a time, so asking for the other kind of application
-  // shuts this one down first.
-  static Session& For(qpxhost::AppKind app);
+  // The host allows one booted host at a time, so asking for the other kind of application or
+  // another build of the module shuts this one down first.
+  static Session& For(qpxhost::AppKind app, const std::string& module = NormalModulePath());
   // Shuts the host down while the process is still whole.
   static void End();
 
-  explicit Session(qpxhost::AppKind app);
+  Session(qpxhost::AppKind app, const std::string& module);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -44,9 +47,10 @@ class Session {
   // A picture of that size for copies to write into.
   qpxhost::HostPicture* Target(Size size) { return PicturesOf(size).target; }
 
-  // Makes `call` once outside the timing (the first time it is asked); an empty string when it gave
-  // a new picture of the expected size that carries exactly one reference and left the host as it
-  // found it, otherwise what went wrong.
+  // Makes `call` once outside the timing (the first time it is asked for this kind of host and
+  // module, over all sessions); an empty string when it gave a new picture of the expected size
+  // that carries exactly one reference and left the host as it found it, otherwise what went
+  // wrong.
   std::string Check(const MethodCall& call);
 
  private:
@@ -58,16 +62,20 @@ class Session {
   std::string CheckedCall(const MethodCall& call);
 
   static inline std::unique_ptr<Session> current_;
+  // Kept over sessions: an interleaved run boots hosts again and again, and some calls take
+  // seconds.
+  static inline std::set<std::string> checked_;
   qpxhost::AppKind app_;
+  std::string module_;
   qpxhost::Host host_;
   std::map<Size, Pictures> pictures_;
-  std::set<std::string> checked_;
 };
 
-// Times `call` on a host of kind `app`, releasing the new picture inside the timing as a host
-// program would: a caller pays for it too. Skips the case, with the reason, when the checked
-// call fails.
-void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodCall& call);
+// Times `call` on a host of kind `app` with `module` loaded, releasing the new picture inside
+// the timing as a host program would: a caller pays for it too. Skips the case, with the
+// reason, when the checked call fails.
+void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodCall& call,
+                    const std::string& module = NormalModulePath());
 
 // Copies the rows of `to` from `from`: row y from row y * from.height / to.height, in pieces
 // as long as a row of `to`, so every byte of each such source row is read and every byte of

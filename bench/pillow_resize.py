@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""Times Pillow's resizing on the jobs ScaleQPX is measured on.
+"""Times Pillow's resizing on the jobs ScaleQPX and ScalingQPX are measured on.
 
-    shrink   4000 x 3000 -> 1000 x 750: Image.reduce(4) and Image.resize(..., BOX)
-    cubic    1000 x 750 -> 4000 x 3000: Image.resize(..., BICUBIC)
-    nearest  1000 x 750 -> 4000 x 3000: Image.resize(..., NEAREST)
+    shrink   4000 x 3000 -> 1000 x 750: Image.reduce(4), and Image.resize with BOX, BILINEAR,
+             BICUBIC and LANCZOS (their kernels widened to the scale, as ScalingQPX's are)
+    enlarge  1000 x 750 -> 4000 x 3000: Image.resize with NEAREST, BOX, BILINEAR, BICUBIC and
+             LANCZOS
 
 on RGB images of noise (Pillow keeps RGB pixels in 4 bytes, as the host keeps a picture's),
 in one thread. For each job and way it prints the median of N runs, in the calling thread's
@@ -30,12 +31,17 @@ def jobs():
 
     # The Resampling enum is Pillow 9.1's; older versions have the names on Image itself.
     resampling = getattr(Image, "Resampling", Image)
-    return (
-        ("shrink", "reduce(4)", LARGE, lambda image: image.reduce(4)),
-        ("shrink", "BOX", LARGE, lambda image: image.resize(SMALL, resampling.BOX)),
-        ("cubic", "BICUBIC", SMALL, lambda image: image.resize(LARGE, resampling.BICUBIC)),
-        ("nearest", "NEAREST", SMALL, lambda image: image.resize(LARGE, resampling.NEAREST)),
-    )
+    shrink = [("reduce(4)", lambda image: image.reduce(4))]
+    shrink += [(name, resizer(SMALL, getattr(resampling, name)))
+               for name in ("BOX", "BILINEAR", "BICUBIC", "LANCZOS")]
+    enlarge = [(name, resizer(LARGE, getattr(resampling, name)))
+               for name in ("NEAREST", "BOX", "BILINEAR", "BICUBIC", "LANCZOS")]
+    return ([("shrink", variant, LARGE, action) for variant, action in shrink] +
+            [("enlarge", variant, SMALL, action) for variant, action in enlarge])
+
+
+def resizer(size, resample):
+    return lambda image: image.resize(size, resample)
 
 
 def main():

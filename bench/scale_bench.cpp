@@ -19,12 +19,13 @@ void BM_Scale(benchmark::State& state, qpxhost::AppKind app, ScaleJob job, bool 
 
 void RegisterScaleBenchmarks(qpxhost::AppKind app, const char* appName) {
   const struct {
+    const char* name;
     ScaleJob job;
     bool antiAlias;
-  } cases[] = {{kShrink, false}, {kCubic, true}, {kNearest, false}};
-  for (const auto& [job, antiAlias] : cases) {
-    const std::string name = std::string("Scale/") + appName + "/" + job.name;
-    benchmark::RegisterBenchmark(name.c_str(), BM_Scale, app, job, antiAlias)
+  } cases[] = {{"shrink", kShrink, false}, {"cubic", kEnlarge, true}, {"nearest", kEnlarge, false}};
+  for (const auto& [name, job, antiAlias] : cases) {
+    benchmark::RegisterBenchmark((std::string("Scale/") + appName + "/" + name).c_str(), BM_Scale,
+                                 app, job, antiAlias)
         ->Unit(benchmark::kMillisecond);
   }
 }

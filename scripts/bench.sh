@@ -1,20 +1,29 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in build-bench and prints, in CPU time, BlurQPX's times next to a plain
-# copy of the same pixels, OpenCV's cv::blur and Pillow's BoxBlur, and ScaleQPX's next to
-# OpenCV's, libvips's and Pillow's resizing and to the copy floors of the same jobs. Exits 1
-# when a case failed (a method returning nil, a leak), after printing what it has.
+# copy of the same pixels, OpenCV's cv::blur and Pillow's BoxBlur; ScaleQPX's next to OpenCV's,
+# libvips's and Pillow's resizing and to the copy floors of the same jobs; and ScalingQPX's seven
+# modes next to Pillow's and libvips's resizes with the same kernels, on the normal module and
+# on one built with plain loops only (in build-bench-plain). Exits 1 when a case failed (a
+# method returning nil, a leak), after printing what it has.
 # Tuning through the environment:
 #   QPX_BENCH_MIN_TIME    seconds each case runs at least, per repetition (default 1)
+#   QPX_BENCH_SCALING_MIN_TIME
+#                         the same for ScalingQPX's cases, whose calls are long (default 0.1)
 #   QPX_BENCH_REPETITIONS repetitions of each case; the median is reported (default 3)
+#   QPX_BENCH_SCALING_REPETITIONS
+#                         the same for ScalingQPX's cases, which run shorter (default 5)
 #   QPX_BENCH_PILLOW_RUNS Pillow runs per case; the best blur and the median resize are
 #                         reported (default 5)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 min_time=${QPX_BENCH_MIN_TIME:-1}
+scaling_min_time=${QPX_BENCH_SCALING_MIN_TIME:-0.1}
 repetitions=${QPX_BENCH_REPETITIONS:-3}
+scaling_repetitions=${QPX_BENCH_SCALING_REPETITIONS:-5}
 pillow_runs=${QPX_BENCH_PILLOW_RUNS:-5}
 out=build-bench
+plain_out=build-bench-plain
 
 QPX_WITH_BENCH=1 scripts/install-deps.sh
 
@@ -37,10 +46,16 @@ fi
 cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DQPX_BUILD_BENCH=ON -DQPX_BUILD_TESTS=OFF \
   | grep 'qpx_bench' || true
 cmake --build "$out" -j "$(nproc)" --target qpx_bench
+# The same module with its vector loops left out, for the plain path's times.
+cmake -S . -B "$plain_out" -DCMAKE_BUILD_TYPE=Release -DQPX_PLAIN_LOOPS=ON \
+  -DQPX_BUILD_BENCH=OFF -DQPX_BUILD_TESTS=OFF >/dev/null
+cmake --build "$plain_out" -j "$(nproc)" --target qpxplugin
 
 # The repetitions of all cases run interleaved in random order, so that the slow spells of a
 # shared machine fall on every case alike rather than on whichever case runs through them.
 "$out/bin/qpx_bench" --benchmark_min_time="$min_time" --benchmark_repetitions="$repetitions" \
+  --scaling_min_time="$scaling_min_time" --scaling_repetitions="$scaling_repetitions" \
+  --plain_module="$plain_out/bin/qpxplugin.so" \
   --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
   --benchmark_out="$out/qpx_bench.json" --benchmark_out_format=json
 
