@@ -68,8 +68,8 @@ void VerticalRowPlain(const IntermediateWord* intermediate, int32_t width,
 
 // --- Vector loops: the four bytes of a pixel in four double lanes -------------------------------
 // Each lane does one channel's plain operations in the plain order; the lane of the fourth byte
-// is worked out too and left unused. GCC's vector types compile to SSE2 (two registers a
-// vector) by default and to one AVX2 register in the functions built for AVX2.
+// is worked out too and left unused. GCC's vector types compile to SSE2 on x86 (two registers
+// a vector) and to NEON on ARM64.
 typedef double Doubles4 __attribute__((vector_size(32)));
 typedef int64_t Longs4 __attribute__((vector_size(32)));
 typedef float Floats4 __attribute__((vector_size(16)));
@@ -79,7 +79,7 @@ typedef uint8_t Bytes16 __attribute__((vector_size(16)));
 // ChannelValue in every lane: a quotient outside the 32-bit range (or NaN) gives the most
 // negative integer, which the clamping makes 0; within it, clamping before the truncation
 // gives what clamping after it would.
-[[gnu::always_inline]] inline Ints4 ChannelValues(Doubles4 sums, float weightSum) {
+inline Ints4 ChannelValues(Doubles4 sums, float weightSum) {
   const Doubles4 zero = {0, 0, 0, 0}, top = {255, 255, 255, 255};
   Doubles4 q = sums / static_cast<double>(weightSum) + 0.5;
   const Longs4 inRange = (q > -2147483649.0) & (q < 2147483648.0);
@@ -91,7 +91,7 @@ typedef uint8_t Bytes16 __attribute__((vector_size(16)));
 
 // The four bytes at `p` as 32-bit lanes, byte 0 in lane 0: a byte shuffle, which compiles to
 // a few instructions where a lane-by-lane conversion would take each byte out on its own.
-[[gnu::always_inline]] inline Ints4 LoadBytes(const void* p) {
+inline Ints4 LoadBytes(const void* p) {
   Bytes16 bytes = {};
   std::memcpy(&bytes, p, 4);
   const Bytes16 zero = {};
@@ -105,10 +105,8 @@ typedef uint8_t Bytes16 __attribute__((vector_size(16)));
 constexpr int kGroup = 4;
 
 template <class In, int N>
-[[gnu::always_inline]] inline void HorizontalRowsLanes(const uint8_t* const* rows,
-                                                       const ContributorList* columns,
-                                                       int32_t width,
-                                                       IntermediateWord* const* outs) {
+inline void HorizontalRowsLanes(const uint8_t* const* rows, const ContributorList* columns,
+                                int32_t width, IntermediateWord* const* outs) {
   for (int32_t i = 0; i < width; ++i) {
     const ContributorList& list = columns[i];
     Doubles4 sums[N] = {};
@@ -131,9 +129,8 @@ template <class In, int N>
 
 // `count` rows (at most kGroup) at `rows` into the intermediate rows at `outs`.
 template <class In>
-[[gnu::always_inline]] inline void HorizontalLanes(const uint8_t* const* rows, int32_t count,
-                                                   const ContributorList* columns, int32_t width,
-                                                   IntermediateWord* const* outs) {
+void HorizontalVector(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
+                      int32_t width, IntermediateWord* const* outs) {
   if (count == kGroup) return HorizontalRowsLanes<In, kGroup>(rows, columns, width, outs);
   for (int32_t n = 0; n < count; ++n) {
     HorizontalRowsLanes<In, 1>(rows + n, columns, width, outs + n);
@@ -141,9 +138,8 @@ template <class In>
 }
 
 template <class Out, int N>
-[[gnu::always_inline]] inline void VerticalColumnsLanes(const IntermediateWord* intermediate,
-                                                        int32_t width, const ContributorList& list,
-                                                        int32_t column, uint8_t* out) {
+inline void VerticalColumnsLanes(const IntermediateWord* intermediate, int32_t width,
+                                 const ContributorList& list, int32_t column, uint8_t* out) {
   Doubles4 sums[N] = {};
   for (int32_t k = 0; k < list.count; ++k) {
     const Contributor& c = list.entries[k];
@@ -163,9 +159,8 @@ template <class Out, int N>
 
 // Columns from `column` on.
 template <class Out>
-[[gnu::always_inline]] inline void VerticalLanes(const IntermediateWord* intermediate,
-                                                 int32_t width, const ContributorList& list,
-                                                 uint8_t* out, int32_t column = 0) {
+void VerticalLanesFrom(const IntermediateWord* intermediate, int32_t width,
+                       const ContributorList& list, uint8_t* out, int32_t column) {
   for (; column + kGroup <= width; column += kGroup) {
     VerticalColumnsLanes<Out, kGroup>(intermediate, width, list, column,
                                       out + kBytesPerPixel * column);
@@ -182,20 +177,14 @@ void HorizontalPlain(const uint8_t* const* rows, int32_t count, const Contributo
   for (int32_t n = 0; n < count; ++n) HorizontalRowPlain<In>(rows[n], columns, width, outs[n]);
 }
 
-template <class In>
-void HorizontalVector(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
-                      int32_t width, IntermediateWord* const* outs) {
-  HorizontalLanes<In>(rows, count, columns, width, outs);
-}
-
 template <class Out>
 void VerticalVector(const IntermediateWord* intermediate, int32_t width,
                     const ContributorList& list, uint8_t* out) {
-  VerticalLanes<Out>(intermediate, width, list, out);
+  VerticalLanesFrom<Out>(intermediate, width, list, out, 0);
 }
 
-#if defined(__x86_64__) || defined(__i386__)
-#define QPX_HAS_AVX2_LOOPS 1
+// The AVX2 loops live in their own file, built for AVX2; they are chosen only on processors
+// that have it.
 template <class In>
 void HorizontalAvx2(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
                     int32_t width, IntermediateWord* const* outs) {
@@ -205,15 +194,13 @@ void HorizontalAvx2(const uint8_t* const* rows, int32_t count, const Contributor
 
 // Eight columns a vector per channel where the row is wide enough, the rest as above.
 template <class Out>
-__attribute__((target("avx2"))) void VerticalAvx2(const IntermediateWord* intermediate,
-                                                  int32_t width, const ContributorList& list,
-                                                  uint8_t* out) {
+void VerticalAvx2(const IntermediateWord* intermediate, int32_t width, const ContributorList& list,
+                  uint8_t* out) {
   const WordLayout layout = {8 * Out::kRed, 8 * Out::kGreen, 8 * Out::kBlue,
                              uint32_t{Out::kFourthValue} << (8 * Out::kFourth)};
   const int32_t done = VerticalColumnsAvx2(intermediate, width, list, layout, out);
-  VerticalLanes<Out>(intermediate, width, list, out, done);
+  VerticalLanesFrom<Out>(intermediate, width, list, out, done);
 }
-#endif
 
 template <class In>
 using HorizontalFn = void (*)(const uint8_t* const*, int32_t, const ContributorList*, int32_t,
@@ -225,9 +212,7 @@ using VerticalFn = void (*)(const IntermediateWord*, int32_t, const ContributorL
 template <class In>
 HorizontalFn<In> HorizontalFor(PixelLoops loops) {
   if constexpr (In::kReads) {
-#ifdef QPX_HAS_AVX2_LOOPS
     if (loops == PixelLoops::Avx2) return HorizontalAvx2<In>;
-#endif
     if (loops != PixelLoops::Plain) return HorizontalVector<In>;
   }
   return HorizontalPlain<In>;
@@ -236,9 +221,7 @@ HorizontalFn<In> HorizontalFor(PixelLoops loops) {
 template <class Out>
 VerticalFn<Out> VerticalFor(PixelLoops loops) {
   if constexpr (Out::kStores) {
-#ifdef QPX_HAS_AVX2_LOOPS
     if (loops == PixelLoops::Avx2) return VerticalAvx2<Out>;
-#endif
     if (loops != PixelLoops::Plain) return VerticalVector<Out>;
   }
   return VerticalRowPlain<Out>;
