@@ -55,6 +55,38 @@ struct StoreNothing {
   static void Store(uint8_t*, uint8_t, uint8_t, uint8_t) {}
 };
 
+// The read layout of the code a store layout writes: a picture changed in place is read and
+// stored in its own layout.
+template <class Out>
+struct ReadOfStore {
+  using type = ReadBytes<Out::kRed, Out::kGreen, Out::kBlue>;
+};
+template <>
+struct ReadOfStore<StoreNothing> {
+  using type = ReadNothing;
+};
+template <class Out>
+using ReadOf = typename ReadOfStore<Out>::type;
+
+// The byte that holds red in a pixel of `pixelFormat`, or -1 for codes without a layout. A
+// mask's value is its red byte.
+constexpr int RedByte(int32_t pixelFormat) {
+  switch (pixelFormat) {
+    case 1:
+    case 3:
+    case 5:
+      return ReadRGBx::kRed;
+    case 2:
+    case 4:
+    case 6:
+      return ReadxRGB::kRed;
+    case kPixelFormatConsole:
+      return ReadBGRx::kRed;
+    default:
+      return -1;
+  }
+}
+
 // Whether a read layout and a store layout put red, green and blue at the same bytes, so that
 // a loop may carry whole pixels over and only set the fourth byte afterwards.
 template <class In, class Out>

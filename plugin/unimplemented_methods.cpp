@@ -1,9 +1,5 @@
-// Methods whose algorithms are not built yet: each answers nil (false) and touches nothing.
+// A method whose algorithm is not built yet: it answers nil and touches nothing.
 #include "picture_methods.h"
-
-bool DrawPictureF(REALpicture, REALpicture, double, double, double, int32_t) {
-  return false;
-}
 
 REALpicture PictureResizeImageAndMaskQPX(REALpicture, int32_t, int32_t, int8_t, int32_t) {
   return nullptr;
