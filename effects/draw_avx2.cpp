@@ -51,12 +51,26 @@ struct FixedAvx2 {
   static V And(V a, V b) { return _mm256_and_si256(a, b); }
   static V Or(V a, V b) { return _mm256_or_si256(a, b); }
   static V Pack(V low, V high) { return _mm256_packus_epi16(low, high); }
+  // Entries for pixels 0, 1 and 4, 5 (`High`: 2, 3 and 6, 7), the lanes Low and High widen
+  // them into within each 128-bit half.
+  static V Multipliers(const uint64_t* table, const uint8_t* m, bool high) {
+    const int j = high ? 2 : 0;
+    return _mm256_set_epi64x(
+        static_cast<int64_t>(table[m[j + 5]]), static_cast<int64_t>(table[m[j + 4]]),
+        static_cast<int64_t>(table[m[j + 1]]), static_cast<int64_t>(table[m[j]]));
+  }
+  // Joined in registers: through memory the two halves' stores would stall the wide load.
+  static V FromWords(const draw_lanes::Words* groups) {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(reinterpret_cast<__m128i>(groups[0])),
+                                   reinterpret_cast<__m128i>(groups[1]), 1);
+  }
 };
 
 }  // namespace
 
 const InteriorLoop kDrawInteriorAvx2 = draw_lanes::DrawInterior<LanesAvx2>;
 const InteriorLoop kDrawInteriorFixedAvx2 = draw_fixed::DrawInterior<FixedAvx2>;
+const InteriorLoop kDrawMaskedFixedAvx2 = draw_fixed::DrawMaskedInterior<FixedAvx2, LanesAvx2>;
 
 #else
 
@@ -65,5 +79,6 @@ const InteriorLoop kDrawInteriorFixedAvx2 = draw_fixed::DrawInterior<FixedAvx2>;
 // Not an x86 processor: never chosen.
 const InteriorLoop kDrawInteriorAvx2 = nullptr;
 const InteriorLoop kDrawInteriorFixedAvx2 = nullptr;
+const InteriorLoop kDrawMaskedFixedAvx2 = nullptr;
 
 #endif

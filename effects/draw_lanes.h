@@ -34,11 +34,13 @@ using InteriorLoop = int64_t (*)(const DrawPlan& plan, const LaneLayout& layout,
                                  const InteriorRun& run);
 
 // The versions of the loop in doubles and, null where the processor has none, in fixed point
-// (draw_fixed.h); the AVX2 ones run only on processors that have AVX2.
+// without and with a mask (draw_fixed.h); the AVX2 ones run only on processors with AVX2.
 extern const InteriorLoop kDrawInteriorVector128;
 extern const InteriorLoop kDrawInteriorFixed128;
+extern const InteriorLoop kDrawMaskedFixed128;
 extern const InteriorLoop kDrawInteriorAvx2;
 extern const InteriorLoop kDrawInteriorFixedAvx2;
+extern const InteriorLoop kDrawMaskedFixedAvx2;
 
 // The loop itself, written once over `Lanes`, which supplies four double lanes: `D`, and
 // `Broadcast`, `FromInts`, `Of` (four doubles), `Truncate` (toward zero; NaN and values outside

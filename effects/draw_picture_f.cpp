@@ -9,6 +9,7 @@
 // meaningful offset: they answer false without touching anything.
 #include "draw_picture_f.h"
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 
@@ -22,6 +23,8 @@
 
 namespace {
 
+constexpr int64_t kMaskedFixedPointArea = 1 << 16;
+
 bool FloorFitsInt32(double value) {
   const double whole = std::floor(value);  // NaN stays NaN and fails both tests
   return whole >= -2147483648.0 && whole <= 2147483647.0;
@@ -29,7 +32,7 @@ bool FloorFitsInt32(double value) {
 
 // The offsets, fractions and weights, fixed before the first pixel. Each weight is multiplied
 // in the order written.
-void PlanDrawing(double x, double y, double alpha, bool masked, DrawPlan& plan) {
+void PlanDrawing(double x, double y, double alpha, bool masked, int64_t overlap, DrawPlan& plan) {
   plan.ix = TruncateToInt32(std::floor(x));
   plan.iy = TruncateToInt32(std::floor(y));
   const double fx = std::fabs(x - plan.ix);
@@ -48,6 +51,13 @@ void PlanDrawing(double x, double y, double alpha, bool masked, DrawPlan& plan) 
       plan.maskWeight[k][m] = (static_cast<double>(255 - m) * plan.weight[k]) / 255;
     }
   }
+  // A thousand multipliers to find: worth it only for a large overlap.
+  if (overlap >= kMaskedFixedPointArea) PlanFixedMaskWeights(plan);
+}
+
+// Destination pixels the picture's rectangle covers.
+int64_t Overlap(int64_t at, int64_t size, int64_t destinationSize) {
+  return std::max<int64_t>(0, std::min(at + size, destinationSize) - std::max<int64_t>(at, 0));
 }
 
 }  // namespace
@@ -75,7 +85,11 @@ bool DrawPictureFWith(REALpicture destination, REALpicture picture, double x, do
       destinationEditor.GetPictureEditor(destination, true, true) &&
       pictureEditor.GetPictureEditor(picture, true, false)) {
     DrawPlan plan;
-    PlanDrawing(x, y, alpha, mask != nullptr, plan);
+    const double ix = std::floor(x), iy = std::floor(y);
+    const int64_t overlap =
+        Overlap(static_cast<int64_t>(ix), pictureEditor.width, destinationEditor.width) *
+        Overlap(static_cast<int64_t>(iy), pictureEditor.height, destinationEditor.height);
+    PlanDrawing(x, y, alpha, mask != nullptr, overlap, plan);
     YieldData yielding{yieldInterval, 0};
     if (yielding.interval != 0) yielding.DoYield();
     DrawRows(plan, {destinationEditor, pictureEditor, maskEditor ? &*maskEditor : nullptr}, loops,

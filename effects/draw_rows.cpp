@@ -142,23 +142,29 @@ void DrawRow(const RowJob& job, const SourceRows& rows, uint8_t* destination) {
   StoreUnreached<Out>(destination + kBytesPerPixel * end, dw - end);
 }
 
-// The fixed-point loop when the plan has multipliers and the picture's channels lie at the
+// A fixed-point loop when the plan has the multipliers and the picture's channels lie at the
 // destination's bytes, else the loop in doubles; null for the plain loops.
-InteriorLoop InteriorLoopFor(PixelLoops loops, bool fixed) {
-  InteriorLoop inDoubles = nullptr, inFixedPoint = nullptr;
+InteriorLoop InteriorLoopFor(PixelLoops loops, const DrawPlan& plan, bool sameChannelBytes) {
+  InteriorLoop inDoubles = nullptr, fixed = nullptr, maskedFixed = nullptr;
   switch (loops) {
     case PixelLoops::Vector128:
       inDoubles = kDrawInteriorVector128;
-      inFixedPoint = kDrawInteriorFixed128;
+      fixed = kDrawInteriorFixed128;
+      maskedFixed = kDrawMaskedFixed128;
       break;
     case PixelLoops::Avx2:
       inDoubles = kDrawInteriorAvx2;
-      inFixedPoint = kDrawInteriorFixedAvx2;
+      fixed = kDrawInteriorFixedAvx2;
+      maskedFixed = kDrawMaskedFixedAvx2;
       break;
     case PixelLoops::Plain:
       break;
   }
-  return fixed && inFixedPoint != nullptr ? inFixedPoint : inDoubles;
+  InteriorLoop chosen = nullptr;
+  if (sameChannelBytes)
+    chosen = plan.masked ? (plan.fixed.maskFound ? maskedFixed : nullptr)
+                         : (plan.fixed.found ? fixed : nullptr);
+  return chosen != nullptr ? chosen : inDoubles;
 }
 
 }  // namespace
@@ -175,7 +181,7 @@ void DrawRows(const DrawPlan& plan, const DrawEditors& editors, PixelLoops loops
   WithLayouts(picture.pixelFormat, destination.pixelFormat, [&]<class In, class Out>() {
     RowJob job{plan, picture.width, destination.width, nullptr, {}};
     if constexpr (In::kReads && Out::kStores) {
-      job.interior = InteriorLoopFor(loops, plan.fixed.found && SameChannelBytes<In, Out>());
+      job.interior = InteriorLoopFor(loops, plan, SameChannelBytes<In, Out>());
       const int fourthShift = 8 * Out::kFourth;
       job.layout = {{8 * In::kRed, 8 * In::kGreen, 8 * In::kBlue},
                     std::max(mask != nullptr ? RedByte(mask->pixelFormat) : 0, 0),

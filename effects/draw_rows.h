@@ -20,11 +20,17 @@ enum Neighbour {
 constexpr int kMaskValues = 256;
 
 // Multipliers M = whole · 2^16 + fraction (whole 0 or 1, kept as a 16-bit mask) that give a
-// share as (v × M) >> 16: one per neighbour, then the remaining weight's.
+// share as (v × M) >> 16.
 struct FixedWeights {
+  // Without a mask: one per neighbour, then the remaining weight's.
   bool found = false;
   uint16_t fraction[kNeighbours + 1] = {};
   uint16_t whole[kNeighbours + 1] = {};
+  // With a mask: one per neighbour and mask value, for the effective weights, each part
+  // repeated in the four 16-bit lanes of a pixel.
+  bool maskFound = false;
+  uint64_t maskFraction[kNeighbours][kMaskValues] = {};
+  uint64_t maskWhole[kNeighbours][kMaskValues] = {};
 };
 
 struct DrawPlan {

@@ -77,15 +77,23 @@ struct Fixed128 {
   static V And(V a, V b) { return _mm_and_si128(a, b); }
   static V Or(V a, V b) { return _mm_or_si128(a, b); }
   static V Pack(V low, V high) { return _mm_packus_epi16(low, high); }
+  // Entries for pixels 0 and 1 (`High`: 2 and 3), the lanes Low and High widen them into.
+  static V Multipliers(const uint64_t* table, const uint8_t* m, bool high) {
+    const int j = high ? 2 : 0;
+    return _mm_set_epi64x(static_cast<int64_t>(table[m[j + 1]]), static_cast<int64_t>(table[m[j]]));
+  }
+  static V FromWords(const draw_lanes::Words* groups) { return reinterpret_cast<V>(groups[0]); }
 };
 
 }  // namespace
 
 const InteriorLoop kDrawInteriorFixed128 = draw_fixed::DrawInterior<Fixed128>;
+const InteriorLoop kDrawMaskedFixed128 = draw_fixed::DrawMaskedInterior<Fixed128, Lanes128>;
 
 #else
 
 const InteriorLoop kDrawInteriorFixed128 = nullptr;
+const InteriorLoop kDrawMaskedFixed128 = nullptr;
 
 #endif
 

@@ -52,3 +52,18 @@ void PlanFixedWeights(DrawPlan& plan) {
   }
   fixed.found = true;
 }
+
+void PlanFixedMaskWeights(DrawPlan& plan) {
+  FixedWeights& fixed = plan.fixed;
+  fixed.maskFound = false;
+  constexpr uint64_t kEveryLane = 0x0001000100010001;
+  for (int k = 0; k < kNeighbours; ++k) {
+    for (int m = 0; m < kMaskValues; ++m) {
+      uint32_t multiplier;
+      if (!FindFixedMultiplier(plan.maskWeight[k][m], multiplier)) return;
+      fixed.maskFraction[k][m] = (multiplier & 0xFFFF) * kEveryLane;
+      fixed.maskWhole[k][m] = multiplier >> 16 ? 0xFFFF * kEveryLane : 0;
+    }
+  }
+  fixed.maskFound = true;
+}

@@ -17,3 +17,6 @@ bool FindFixedMultiplier(double weight, uint32_t& multiplier);
 // pixel whose four neighbours all take part (0 when it is not above 0.0). Leaves
 // `plan.fixed.found` false when one of them has no multiplier.
 void PlanFixedWeights(DrawPlan& plan);
+// Fills the masked multipliers of `plan.fixed` from `plan.maskWeight`; leaves
+// `plan.fixed.maskFound` false when one of them has none.
+void PlanFixedMaskWeights(DrawPlan& plan);
