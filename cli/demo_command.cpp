@@ -22,8 +22,10 @@ constexpr qpxhost::AppKind kDemoHosts[] = {qpxhost::AppKind::Console, qpxhost::A
 
 // Each 4 x 4 block of a detail enlargement is one pixel of the detail.
 constexpr int32_t kDetailZoom = 4;
+// The pictures drawn and drawn into are shown 8 times as wide, so that fractional steps show.
+constexpr int32_t kDrawZoom = 8;
 
-// A picture the demo's calls are made on, indexed by DemoReceiver.
+// A picture the demo's calls are made on, indexed by DemoImage.
 struct DemoInput {
   std::string file;
   std::string caption;
@@ -33,9 +35,10 @@ struct DemoInput {
 
 struct DemoResult {
   const DemoCall* call;
+  std::string text;  // the call as the host program writes it
   qpxhost::AppKind host;
   std::string file;
-  std::string note;
+  std::string note{};
   int32_t shownWidth = 0;  // as for Figure
 };
 
@@ -98,30 +101,37 @@ std::string Figure(const std::string& file, const std::string& title, const std:
 }
 
 std::vector<DemoInput> MakeDemoInputs() {
-  std::vector<DemoInput> inputs(2);
-  DemoInput& sample = inputs[size_t(DemoReceiver::Sample)];
-  sample.file = "input.png";
-  sample.caption = "the sample picture made by qpx";
-  sample.image = MakeDemoPicture();
-  DemoInput& detail = inputs[size_t(DemoReceiver::Detail)];
-  detail.file = "detail.png";
-  detail.caption = "the corner of the sign board, cut from pic at (" +
-                   std::to_string(kDemoDetail.x) + ", " + std::to_string(kDemoDetail.y) +
-                   "), shown " + std::to_string(kDetailZoom) + " times as wide";
-  detail.image = CropImage(sample.image, kDemoDetail);
-  detail.shownWidth = kDemoDetail.width * kDetailZoom;
+  const auto cut = [](Region region) {
+    return "cut from pic at (" + std::to_string(region.x) + ", " + std::to_string(region.y) + ")";
+  };
+  std::vector<DemoInput> inputs(5);
+  DemoInput& sample = inputs[size_t(DemoImage::Sample)];
+  sample = {"input.png", "the sample picture made by qpx", MakeDemoPicture()};
+  const auto add = [&](DemoImage name, const std::string& file, const std::string& caption,
+                       Image image, int32_t zoom) {
+    const int32_t width = image.width * zoom;
+    inputs[size_t(name)] = {file, caption + ", shown " + std::to_string(zoom) + " times as wide",
+                            std::move(image), width};
+  };
+  add(DemoImage::Detail, "detail.png", "the corner of the sign board, " + cut(kDemoDetail),
+      CropImage(sample.image, kDemoDetail), kDetailZoom);
+  add(DemoImage::Sky, "sky.png", "a patch of sky to draw into, " + cut(kDemoSky),
+      CropImage(sample.image, kDemoSky), kDrawZoom);
+  add(DemoImage::Tile, "tile.png", "a checkerboard of 4 x 4 squares to draw", MakeDemoTile(),
+      kDrawZoom);
+  add(DemoImage::Ball, "ball.png",
+      "a ball to draw, whose file's alpha becomes a soft round mask (255 - alpha)", MakeDemoBall(),
+      kDrawZoom);
   return inputs;
 }
 
 std::string ResultFigure(const DemoResult& result) {
   const DemoCall& call = *result.call;
   const std::string label = call.label.empty() ? "" : "<b>" + Html(call.label) + "</b> ";
-  return Figure(
-      result.file,
-      label + "<code>" + Html(call.call.Text(DemoReceiverName(call.receiver))) + "</code>",
-      std::string(qpxhost::AppKindName(result.host)) + " host &middot; " + Html(call.caption) +
-          (result.note.empty() ? "" : "<br>") + Html(result.note),
-      result.shownWidth);
+  return Figure(result.file, label + "<code>" + Html(result.text) + "</code>",
+                std::string(qpxhost::AppKindName(result.host)) + " host &middot; " +
+                    Html(call.caption) + (result.note.empty() ? "" : "<br>") + Html(result.note),
+                result.shownWidth);
 }
 
 // `results` holds the results of the first host in the order of DemoCalls(), then those of the
@@ -144,17 +154,17 @@ std::string ContactSheet(const std::vector<DemoInput>& inputs,
       ".sheet + .sheet { margin-top: 16px; }\n"
       "code { font-size: 15px; }\n</style>\n</head>\n<body>\n"
       "<h1>Picture QPX: contact sheet</h1>\n<p>Each picture below is the result of the call under "
-      "it, run by <code>qpx demo</code> on the first two pictures, <code>pic</code> and "
-      "<code>detail</code>, through the emulated host (version " +
+      "it, run by <code>qpx demo</code> on the pictures just below, named as in the calls, "
+      "through the emulated host (version " +
       Html(options.host.hostVersion) + ", desktop pixel layout " + std::to_string(options.layout) +
       "). Click a picture to see it at full size.</p>\n<div class=\"sheet\">\n";
   for (size_t i = 0; i < inputs.size(); ++i) {
     const DemoInput& input = inputs[i];
-    page += Figure(input.file,
-                   "<b><code>" + std::string(DemoReceiverName(DemoReceiver(i))) + "</code></b>",
-                   std::to_string(input.image.width) + " &times; " +
-                       std::to_string(input.image.height) + ", " + Html(input.caption),
-                   input.shownWidth);
+    page +=
+        Figure(input.file, "<b><code>" + std::string(DemoImageName(DemoImage(i))) + "</code></b>",
+               std::to_string(input.image.width) + " &times; " +
+                   std::to_string(input.image.height) + ", " + Html(input.caption),
+               input.shownWidth);
   }
   page += "</div>\n";
   // Each section shows the results of one host, then those of the other.
@@ -184,13 +194,50 @@ int64_t DifferentPixels(const Image& a, const Image& b) {
 
 // ScalingQPX with each kernel on `receiver`, to `width` x `height`.
 void AddEveryKernel(std::vector<DemoCall>& calls, const std::string& section,
-                    const std::string& file, DemoReceiver receiver, int32_t width, int32_t height,
+                    const std::string& file, DemoImage receiver, int32_t width, int32_t height,
                     int32_t zoom) {
   for (const ResamplingMode& mode : ResamplingModes()) {
     calls.push_back({section, file + "-" + mode.name, mode.name,
                      std::string("kernel: ") + mode.kernel,
                      MethodCall{"ScalingQPX", {mode.number, width, height}}, receiver, zoom});
   }
+}
+
+// DrawPictureFQPX into sky: tile at quarter pixel steps, tile at three opacities and ball
+// through its mask, each result shown as large as sky.
+void AddDrawings(std::vector<DemoCall>& calls) {
+  constexpr double tileX = 12, tileY = 7, ballX = 10, ballY = 5;
+  const auto draw = [&](const std::string& section, const std::string& file,
+                        const std::string& caption, DemoImage drawn, double x, double y,
+                        double opacity) {
+    calls.push_back({section, file, "", caption, MethodCall{"DrawPictureFQPX", {x, y, opacity}},
+                     DemoImage::Sky, kDrawZoom, drawn});
+  };
+  const std::string offsets =
+      "DrawPictureFQPX: tile drawn into sky at fractional offsets, a quarter pixel apart";
+  draw(offsets, "draw-offset-0", "whole coordinates: tile's pixels copied into the rectangle",
+       DemoImage::Tile, tileX, tileY, 1.0);
+  draw(offsets, "draw-offset-25",
+       "each pixel of tile spread over four of sky with weights 9/16, 3/16, 3/16 and 1/16",
+       DemoImage::Tile, tileX + 0.25, tileY + 0.25, 1.0);
+  draw(offsets, "draw-offset-50", "half a pixel on: every edge blends half and half",
+       DemoImage::Tile, tileX + 0.5, tileY + 0.5, 1.0);
+  draw(offsets, "draw-offset-75", "three quarters on: weights 1/16, 3/16, 3/16 and 9/16",
+       DemoImage::Tile, tileX + 0.75, tileY + 0.75, 1.0);
+  const std::string opacities = "DrawPictureFQPX: tile drawn into sky at three opacities";
+  draw(opacities, "draw-opacity-100", "opacity 1: tile covers sky", DemoImage::Tile, tileX, tileY,
+       1.0);
+  draw(opacities, "draw-opacity-50", "opacity 0.5: half tile, half sky, each share truncated",
+       DemoImage::Tile, tileX, tileY, 0.5);
+  draw(opacities, "draw-opacity-25", "opacity 0.25: a quarter tile, three quarters sky",
+       DemoImage::Tile, tileX, tileY, 0.25);
+  const std::string masked = "DrawPictureFQPX: ball drawn into sky through its soft round mask";
+  draw(masked, "draw-mask-0", "the mask scales each pixel's weight: sky shows through the rim",
+       DemoImage::Ball, ballX, ballY, 1.0);
+  draw(masked, "draw-mask-50", "half a pixel on, through the mask", DemoImage::Ball, ballX + 0.5,
+       ballY + 0.5, 1.0);
+  draw(masked, "draw-mask-opacity-50", "through the mask at opacity 0.5", DemoImage::Ball, ballX,
+       ballY, 0.5);
 }
 
 std::vector<DemoCall> MakeDemoCalls() {
@@ -209,34 +256,46 @@ std::vector<DemoCall> MakeDemoCalls() {
        "box resize to a quarter of each side, shown twice as wide: every pixel the mean of 4 "
        "pixels across, from every 4th row",
        {"ScaleQPX", {quarterWidth, quarterHeight, false}},
-       DemoReceiver::Sample,
+       DemoImage::Sample,
        2},
       {scale,
        "detail-nearest",
        "",
        "4 x enlargement without anti-aliasing: every pixel repeated as a 4 x 4 block",
        {"ScaleQPX", {zoomedWidth, zoomedHeight, false}},
-       DemoReceiver::Detail},
+       DemoImage::Detail},
       {scale,
        "detail-antialias",
        "",
        "4 x anti-aliased enlargement: smooth blends between neighbouring pixels",
        {"ScaleQPX", {zoomedWidth, zoomedHeight, true}},
-       DemoReceiver::Detail},
+       DemoImage::Detail},
   };
   AddEveryKernel(calls,
                  "ScalingQPX: pic resampled to a quarter of each side with each kernel, shown "
                  "twice as wide",
-                 "resample-quarter", DemoReceiver::Sample, quarterWidth, quarterHeight, 2);
+                 "resample-quarter", DemoImage::Sample, quarterWidth, quarterHeight, 2);
   AddEveryKernel(calls, "ScalingQPX: detail resampled to 4 times its size with each kernel",
-                 "detail-resample", DemoReceiver::Detail, zoomedWidth, zoomedHeight, 1);
+                 "detail-resample", DemoImage::Detail, zoomedWidth, zoomedHeight, 1);
+  AddDrawings(calls);
   return calls;
 }
 
 }  // namespace
 
-const char* DemoReceiverName(DemoReceiver receiver) {
-  return receiver == DemoReceiver::Sample ? "pic" : "detail";
+const char* DemoImageName(DemoImage image) {
+  static const char* const names[] = {"pic", "detail", "sky", "tile", "ball"};
+  return names[size_t(image)];
+}
+
+MethodCall DemoCall::With(qpxhost::HostObject* picture) const {
+  MethodCall full = call;
+  full.receiver = DemoImageName(receiver);
+  if (drawn) {
+    full.arguments.insert(full.arguments.begin(), picture);
+    full.picture = DemoImageName(*drawn);
+  }
+  return full;
 }
 
 const std::vector<DemoCall>& DemoCalls() {
@@ -253,13 +312,15 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
   if (error) throw std::runtime_error("cannot create '" + directory + "': " + error.message());
 
   const std::vector<DemoInput> inputs = MakeDemoInputs();
-  for (const DemoInput& input : inputs) WritePng((dir / input.file).string(), input.image, false);
+  for (const DemoInput& input : inputs) {
+    WritePng((dir / input.file).string(), input.image, input.image.hasAlpha);
+  }
 
   const YieldPlan plan = PlanYield(options.yield, ProgressBar::Wanted());
   int64_t total = 0;
   for (const DemoCall& call : DemoCalls()) {
     const Image& receiver = inputs[size_t(call.receiver)].image;
-    total += RowYields(call.call, receiver.width, receiver.height) * std::size(kDemoHosts);
+    total += RowYields(call.With(nullptr), receiver.width, receiver.height) * std::size(kDemoHosts);
   }
   ProgressBar bar("demo", plan.everyRow ? total : 0);
 
@@ -278,10 +339,21 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
     }
     for (size_t i = 0; i < DemoCalls().size(); ++i) {
       const DemoCall& call = DemoCalls()[i];
-      Image result =
-          RunMethod(host, pictures[size_t(call.receiver)].get(), call.call, plan.argument);
-      DemoResult shown{&call, kind, call.file + "-" + qpxhost::AppKindName(kind) + ".png", "",
-                       call.zoom > 1 ? result.width * call.zoom : 0};
+      qpxhost::HostPicture* receiver = pictures[size_t(call.receiver)].get();
+      PictureRef copy;
+      qpxhost::HostObject* drawn = nullptr;
+      if (call.drawn) {  // drawing changes the receiver: draw into a copy
+        copy = ImageToPicture(host, inputs[size_t(call.receiver)].image, pictureKind);
+        receiver = copy.get();
+        drawn = pictures[size_t(*call.drawn)].get();
+      }
+      const MethodCall made = call.With(drawn);
+      Image result = PictureToImage(*RunMethod(host, receiver, made, plan.argument).get());
+      DemoResult shown{.call = &call,
+                       .text = made.Text(),
+                       .host = kind,
+                       .file = call.file + "-" + qpxhost::AppKindName(kind) + ".png",
+                       .shownWidth = call.zoom > 1 ? result.width * call.zoom : 0};
       WritePng((dir / shown.file).string(), result, result.hasAlpha);
       if (kind == kDemoHosts[0]) {
         firstHostResults.push_back(std::move(result));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,21 +12,30 @@
 
 namespace qpx {
 
-// The pictures the demo calls methods on: the sample picture ("pic") and a detail crop of it
-// ("detail"), for enlargements that show single pixels.
-enum class DemoReceiver { Sample, Detail };
+// The pictures the demo calls methods on: the sample picture ("pic"), a detail crop of it
+// ("detail") for enlargements that show single pixels, a patch of its sky ("sky") to draw into,
+// and the pictures drawn: a checkerboard tile ("tile") and a ball with a soft round mask
+// ("ball").
+enum class DemoImage { Sample, Detail, Sky, Tile, Ball };
 
-// The name the contact sheet gives the receiver in calls, e.g. "pic".
-const char* DemoReceiverName(DemoReceiver receiver);
+// The name the contact sheet gives the picture in calls, e.g. "pic".
+const char* DemoImageName(DemoImage image);
 
 struct DemoCall {
   std::string section;  // heading of the contact sheet's section showing the result
   std::string file;     // file name stem; "-console.png" or "-desktop.png" is added
   std::string label;    // shown in bold before the call, e.g. a kernel's name; may be empty
   std::string caption;  // what the result shows
-  MethodCall call;
-  DemoReceiver receiver = DemoReceiver::Sample;
+  MethodCall call;      // without the picture `drawn`
+  DemoImage receiver = DemoImage::Sample;
   int32_t zoom = 1;  // shown this many times as wide, with square pixels
+  // For DrawPictureFQPX: the picture passed as the first argument, drawn into a fresh copy of
+  // the receiver.
+  std::optional<DemoImage> drawn = std::nullopt;
+
+  // The call with the picture drawn, `picture`, in front of its arguments, and the pictures
+  // named as on the contact sheet.
+  MethodCall With(qpxhost::HostObject* picture) const;
 };
 
 // The calls the demo makes, the calls of one section next to each other.

@@ -129,13 +129,22 @@ uint8_t ToByte(double v) {
   return static_cast<uint8_t>(std::lround(std::clamp(v, 0.0, 255.0)));
 }
 
-void Put(Image& image, int32_t x, int32_t y, Colour c) {
+void Put(Image& image, int32_t x, int32_t y, Colour c, double alpha = 255) {
   if (x < 0 || y < 0 || x >= image.width || y >= image.height) return;
   uint8_t* p = &image.rgba[(size_t(y) * size_t(image.width) + size_t(x)) * 4];
   p[0] = ToByte(c.r);
   p[1] = ToByte(c.g);
   p[2] = ToByte(c.b);
-  p[3] = 255;
+  p[3] = ToByte(alpha);
+}
+
+// An opaque image of `width` x `height`, to be painted.
+Image NewImage(int32_t width, int32_t height) {
+  Image image;
+  image.width = width;
+  image.height = height;
+  image.rgba.assign(size_t(width) * size_t(height) * 4, 255);
+  return image;
 }
 
 void FillRect(Image& image, int32_t x0, int32_t y0, int32_t x1, int32_t y1, Colour c) {
@@ -226,11 +235,38 @@ Image CropImage(const Image& image, Region region) {
   return crop;
 }
 
+Image MakeDemoTile() {
+  constexpr int32_t kSide = 16, kSquare = 4;
+  Image image = NewImage(kSide, kSide);
+  for (int32_t y = 0; y < kSide; ++y) {
+    for (int32_t x = 0; x < kSide; ++x) {
+      const bool light = (x / kSquare + y / kSquare) % 2 == 0;
+      Put(image, x, y, light ? Colour{255, 214, 64} : Colour{170, 30, 50});
+    }
+  }
+  return image;
+}
+
+Image MakeDemoBall() {
+  constexpr int32_t kSide = 20;
+  constexpr double kCentre = kSide / 2.0, kSolid = 4, kRim = 9.5;
+  Image image = NewImage(kSide, kSide);
+  image.hasAlpha = true;
+  for (int32_t y = 0; y < kSide; ++y) {
+    for (int32_t x = 0; x < kSide; ++x) {
+      const double px = x + 0.5, py = y + 0.5;
+      // Lit from the top left: bright near the highlight, darker towards the far side.
+      const double light = std::hypot(px - 0.35 * kSide, py - 0.35 * kSide) / kSide;
+      const Colour c = Mix({235, 245, 255}, {20, 90, 190}, Smoothstep(0, 0.6, light));
+      const double d = std::hypot(px - kCentre, py - kCentre);
+      Put(image, x, y, c, 255 * (1 - Smoothstep(kSolid, kRim, d)));
+    }
+  }
+  return image;
+}
+
 Image MakeDemoPicture(int32_t width, int32_t height) {
-  Image image;
-  image.width = width;
-  image.height = height;
-  image.rgba.assign(size_t(width) * size_t(height) * 4, 255);
+  Image image = NewImage(width, height);
   const double w = width, h = height;
   for (int32_t y = 0; y < height; ++y) {
     for (int32_t x = 0; x < width; ++x) Put(image, x, y, Landscape(x + 0.5, y + 0.5, w, h));

@@ -21,6 +21,17 @@ struct Region {
 // the board's frame against the meadow, large and small lettering.
 constexpr Region kDemoDetail{28, 332, 80, 60};
 
+// A patch of the sample's sky with a cloud's edge, which the demo draws into: smooth enough for
+// fractional drawing and opacity to show, busy enough to show through.
+constexpr Region kDemoSky{360, 100, 40, 30};
+
+// A 16 x 16 opaque checkerboard of 4 x 4 squares in two colours, all hard edges.
+Image MakeDemoTile();
+
+// A 20 x 20 shaded ball whose alpha falls smoothly from 255 at 4 pixels from its centre to 0
+// at 9.5: read as a file with transparency, a picture with a soft round mask.
+Image MakeDemoBall();
+
 // The pixels of `region`. Throws std::out_of_range unless it lies within `image`.
 Image CropImage(const Image& image, Region region);
 

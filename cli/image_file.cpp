@@ -19,10 +19,8 @@
 #include <png.h>
 
 namespace qpx {
-namespace {
 
-// Quotes a path for a message, replacing control characters so the message stays on one line.
-std::string Quote(const std::string& path) {
+std::string QuotePath(const std::string& path) {
   std::string out = "'";
   for (char c : path) {
     const auto u = static_cast<unsigned char>(c);
@@ -31,6 +29,8 @@ std::string Quote(const std::string& path) {
   return out + "'";
 }
 
+namespace {
+
 std::string ErrnoText(int err) {
   std::string text = std::strerror(err);
   if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
@@ -38,11 +38,11 @@ std::string ErrnoText(int err) {
 }
 
 ImageError ReadFailure(const std::string& path, const std::string& reason) {
-  return ImageError("cannot read " + Quote(path) + ": " + reason);
+  return ImageError("cannot read " + QuotePath(path) + ": " + reason);
 }
 
 ImageError WriteFailure(const std::string& path, const std::string& reason) {
-  return ImageError("cannot write " + Quote(path) + ": " + reason);
+  return ImageError("cannot write " + QuotePath(path) + ": " + reason);
 }
 
 bool SizeOk(uint64_t width, uint64_t height) {
@@ -51,10 +51,11 @@ bool SizeOk(uint64_t width, uint64_t height) {
 
 void CheckSize(const std::string& path, uint64_t width, uint64_t height) {
   if (SizeOk(width, height)) return;
-  throw ImageError(
-      Quote(path) + " is " + std::to_string(width) + " x " + std::to_string(height) + " pixels; " +
-      (width == 0 || height == 0 ? "each side must be at least 1 pixel"
-                                 : "the largest side allowed is " + std::to_string(kMaxImageSide)));
+  throw ImageError(QuotePath(path) + " is " + std::to_string(width) + " x " +
+                   std::to_string(height) + " pixels; " +
+                   (width == 0 || height == 0
+                        ? "each side must be at least 1 pixel"
+                        : "the largest side allowed is " + std::to_string(kMaxImageSide)));
 }
 
 std::vector<uint8_t> AllocatePixels(const std::string& path, uint32_t width, uint32_t height) {
@@ -135,17 +136,28 @@ bool PngReadPixels(PngIo* io, png_bytepp rows) {
   return true;
 }
 
-bool PngWriteRows(PngIo* io, const Image* image, bool withAlpha) {
+enum class PngColour { Gray, Rgb, Rgba };
+
+// `grayRow` holds a row of `image->width` bytes for PngColour::Gray, which writes the red
+// channel; libpng has no colour-to-gray conversion when writing.
+bool PngWriteRows(PngIo* io, const Image* image, PngColour colour, uint8_t* grayRow) {
   if (setjmp(png_jmpbuf(io->png))) return false;
+  const int colourType = colour == PngColour::Gray  ? PNG_COLOR_TYPE_GRAY
+                         : colour == PngColour::Rgb ? PNG_COLOR_TYPE_RGB
+                                                    : PNG_COLOR_TYPE_RGB_ALPHA;
   png_set_IHDR(io->png, io->info, static_cast<png_uint_32>(image->width),
-               static_cast<png_uint_32>(image->height), 8,
-               withAlpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+               static_cast<png_uint_32>(image->height), 8, colourType, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(io->png, io->info);
-  if (!withAlpha) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // rows stay RGBA; drop the A
+  if (colour == PngColour::Rgb) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // drop the A
   const size_t stride = size_t(image->width) * 4;
   for (int32_t y = 0; y < image->height; ++y) {
-    png_write_row(io->png, image->rgba.data() + stride * size_t(y));
+    const uint8_t* row = image->rgba.data() + stride * size_t(y);
+    if (colour == PngColour::Gray) {
+      for (int32_t x = 0; x < image->width; ++x) grayRow[x] = row[size_t(x) * 4];
+      row = grayRow;
+    }
+    png_write_row(io->png, row);
   }
   png_write_end(io->png, nullptr);
   return true;
@@ -153,7 +165,7 @@ bool PngWriteRows(PngIo* io, const Image* image, bool withAlpha) {
 
 ImageError PngReadFailure(const std::string& path, const PngIo& io) {
   if (io.sysErrno != 0) return ReadFailure(path, ErrnoText(io.sysErrno));
-  return ImageError(Quote(path) + ": corrupt PNG data (" + io.message + ")");
+  return ImageError(QuotePath(path) + ": corrupt PNG data (" + io.message + ")");
 }
 
 Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, size_t headSize) {
@@ -260,12 +272,12 @@ Image ReadJpeg(const std::string& path, FILE* file) {
     ~Destroy() { jpeg_destroy_decompress(&io->cinfo); }
   } destroy{&io};
   auto corrupt = [&] {
-    return ImageError(Quote(path) + ": corrupt JPEG data (" + io.message + ")");
+    return ImageError(QuotePath(path) + ": corrupt JPEG data (" + io.message + ")");
   };
 
   if (!JpegReadHeader(&io, file)) throw corrupt();
   if (io.cinfo.jpeg_color_space == JCS_CMYK || io.cinfo.jpeg_color_space == JCS_YCCK) {
-    throw ImageError(Quote(path) + " is a CMYK JPEG file, which is not supported");
+    throw ImageError(QuotePath(path) + " is a CMYK JPEG file, which is not supported");
   }
   CheckSize(path, io.cinfo.image_width, io.cinfo.image_height);
 
@@ -310,10 +322,12 @@ Image ReadImage(const std::string& path) {
   if (headSize >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff) {
     return ReadJpeg(path, file.get());
   }
-  throw ImageError(Quote(path) + " is not a PNG or JPEG file");
+  throw ImageError(QuotePath(path) + " is not a PNG or JPEG file");
 }
 
-void WritePng(const std::string& path, const Image& image, bool withAlpha) {
+namespace {
+
+void WritePngAs(const std::string& path, const Image& image, PngColour colour) {
   if (path.empty()) throw WriteFailure(path, "empty file name");
   if (image.width < 1 || image.height < 1 ||
       !SizeOk(uint64_t(image.width), uint64_t(image.height))) {
@@ -356,7 +370,8 @@ void WritePng(const std::string& path, const Image& image, bool withAlpha) {
   if (io.png == nullptr || io.info == nullptr) throw WriteFailure(path, "out of memory");
   png_set_write_fn(io.png, &io, PngWriteData, PngFlush);
 
-  if (!PngWriteRows(&io, &image, withAlpha)) {
+  std::vector<uint8_t> grayRow(colour == PngColour::Gray ? size_t(image.width) : 0);
+  if (!PngWriteRows(&io, &image, colour, grayRow.data())) {
     throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
   }
   // Data must be on disk before the rename makes it visible, or a crash could leave an empty file.
@@ -368,6 +383,16 @@ void WritePng(const std::string& path, const Image& image, bool withAlpha) {
   if (std::fclose(file) != 0) throw WriteFailure(path, ErrnoText(errno));
   if (std::rename(tempPath.c_str(), path.c_str()) != 0) throw WriteFailure(path, ErrnoText(errno));
   temp.keep = true;
+}
+
+}  // namespace
+
+void WritePng(const std::string& path, const Image& image, bool withAlpha) {
+  WritePngAs(path, image, withAlpha ? PngColour::Rgba : PngColour::Rgb);
+}
+
+void WriteGrayPng(const std::string& path, const Image& image) {
+  WritePngAs(path, image, PngColour::Gray);
 }
 
 }  // namespace qpx

@@ -22,6 +22,9 @@ class ImageError : public std::runtime_error {
 
 constexpr int32_t kMaxImageSide = 32767;
 
+// A path in quotes for a message, control characters replaced so that it stays on one line.
+std::string QuotePath(const std::string& path);
+
 // Reads a PNG or JPEG file, chosen by the file's signature bytes, not its name.
 Image ReadImage(const std::string& path);
 
@@ -29,5 +32,7 @@ Image ReadImage(const std::string& path);
 // in the same directory that is renamed over `path` only once it is complete, so `path` never holds
 // a partial file and an existing file there is kept if writing fails.
 void WritePng(const std::string& path, const Image& image, bool withAlpha);
+// Writes the red channel of `image` as an 8-bit gray PNG, in the same way.
+void WriteGrayPng(const std::string& path, const Image& image);
 
 }  // namespace qpx

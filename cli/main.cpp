@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
   qpx::AddBlurCommand(app);
   qpx::AddScaleCommand(app);
   qpx::AddResampleCommand(app);
+  qpx::AddDrawCommand(app);
   qpx::AddDemoCommand(app);
   try {
     app.parse(argc, argv);

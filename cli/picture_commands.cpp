@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 
 #include "progress_bar.h"
 #include "resampling_modes.h"
@@ -11,22 +12,40 @@ namespace {
 
 struct FileCommand {
   PictureCommandOptions options;
-  std::string input, output;
+  std::vector<std::string> inputs;
+  std::string output;
 };
 
-// A command that reads `input` and writes `output`, with the common options. `makeCall` gives
-// the method call to run once the command line is parsed, or nothing for a plain conversion.
-CLI::App* AddFileCommand(CLI::App& app, const std::string& name, const std::string& description,
-                         std::function<std::optional<MethodCall>()> makeCall) {
+// One input file as a positional argument: its name in the usage line and its help.
+struct InputArgument {
+  std::string name, help;
+};
+
+// A command that reads `inputs` and writes `output`, with the common options. `makeCall` gives
+// the method call to run once the pictures are made.
+CLI::App* AddFilesCommand(CLI::App& app, const std::string& name, const std::string& description,
+                          const std::vector<InputArgument>& inputs, CallMaker makeCall) {
   auto command = std::make_shared<FileCommand>();
+  command->inputs.resize(inputs.size());
   CLI::App* sub = app.add_subcommand(name, description);
-  sub->add_option("input", command->input, "Image file to read (PNG or JPEG)")->required();
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    sub->add_option(inputs[i].name, command->inputs[i], inputs[i].help)->required();
+  }
   sub->add_option("output", command->output, "PNG file to write")->required();
   AddPictureOptions(*sub, command->options);
   sub->callback([command, makeCall] {
-    ProcessFile(command->options, command->input, command->output, makeCall());
+    RunPictureJob(command->options, {command->inputs, command->output, makeCall});
   });
   return sub;
+}
+
+// A command on one picture, read from `input`; `makeCall` gives the call once the command line
+// is parsed.
+CLI::App* AddFileCommand(CLI::App& app, const std::string& name, const std::string& description,
+                         std::function<std::optional<MethodCall>()> makeCall) {
+  return AddFilesCommand(
+      app, name, description, {{"input", "Image file to read (PNG or JPEG)"}},
+      [makeCall](const std::vector<qpxhost::HostObject*>&) { return makeCall(); });
 }
 
 struct ScaleArguments {
@@ -36,6 +55,10 @@ struct ScaleArguments {
 
 struct ResampleArguments {
   int32_t mode = 0, width = 0, height = 0;
+};
+
+struct DrawArguments {
+  double x = 0, y = 0, opacity = 1.0;
 };
 
 // The required --width and --height of a command that makes a picture of a new size.
@@ -59,30 +82,65 @@ CLI::Validator ResamplingModeValidator() {
       "MODE");
 }
 
+// Throws unless `mask` is the size of `image`.
+void CheckMaskSize(const Image& mask, const std::string& maskPath, const Image& image,
+                   const std::string& imagePath) {
+  if (mask.width == image.width && mask.height == image.height) return;
+  auto size = [](const Image& i) {
+    return std::to_string(i.width) + " x " + std::to_string(i.height);
+  };
+  throw std::runtime_error("the mask " + QuotePath(maskPath) + " is " + size(mask) +
+                           " pixels, the picture " + QuotePath(imagePath) + " " + size(image));
+}
+
 }  // namespace
 
-void ProcessFile(const PictureCommandOptions& options, const std::string& input,
-                 const std::string& output, const std::optional<MethodCall>& call) {
+void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) {
   const qpxhost::HostConfig config = MakePictureHostConfig(options);
-  const Image image = ReadImage(input);
+  std::vector<Image> images;
+  for (const std::string& input : job.inputs) images.push_back(ReadImage(input));
+  std::optional<Image> mask;
+  if (!options.mask.empty()) {
+    mask = ReadImage(options.mask);
+    CheckMaskSize(*mask, options.mask, images.back(), job.inputs.back());
+  }
 
   qpxhost::Host host(config);
   host.LoadPlugin(PluginPath(options.host));
-  PictureRef picture = ImageToPicture(host, image, MakePictureKind(options));
-  Image result;
+  std::vector<PictureRef> pictures;
+  std::vector<qpxhost::HostObject*> arguments;
+  for (size_t i = 0; i < images.size(); ++i) {
+    const bool last = i + 1 == images.size();
+    pictures.push_back(
+        ImageToPicture(host, images[i], MakePictureKind(options), last && mask ? &*mask : nullptr));
+    if (i > 0) arguments.push_back(pictures.back().get());
+  }
+  const std::optional<MethodCall> call = job.makeCall(arguments);
+  PictureRef result;
   if (call) {
     const YieldPlan plan = PlanYield(options.yield, ProgressBar::Wanted());
-    const int64_t total = plan.everyRow ? RowYields(*call, image.width, image.height) : 0;
+    const int64_t total = plan.everyRow ? RowYields(*call, images[0].width, images[0].height) : 0;
     ProgressBar bar(call->method, total);
     host.onYield = [&bar] { bar.Advance(); };
-    result = RunMethod(host, picture.get(), *call, plan.argument);
+    result = RunMethod(host, pictures[0].get(), *call, plan.argument);
     host.onYield = nullptr;
-  } else {
-    result = PictureToImage(*picture.get());
   }
-  picture.Reset();
-  CheckLedger(host, call ? call->Text() : "the conversion");
-  WritePng(output, result, result.hasAlpha);
+  const std::string what = call ? call->Text() : "the conversion";
+  const qpxhost::HostPicture& shown = call ? *result.get() : *pictures[0].get();
+  const Image image = PictureToImage(shown);
+  std::optional<Image> maskImage;
+  if (!options.maskOut.empty()) {
+    maskImage = MaskToImage(shown);
+    if (!maskImage) {
+      throw std::runtime_error((call ? "the result of " + what : std::string("the picture")) +
+                               " has no mask to write to " + QuotePath(options.maskOut));
+    }
+  }
+  result.Reset();
+  pictures.clear();
+  CheckLedger(host, what);
+  WritePng(job.output, image, image.hasAlpha);
+  if (maskImage) WriteGrayPng(options.maskOut, *maskImage);
 }
 
 void AddConvertCommand(CLI::App& app) {
@@ -128,7 +186,35 @@ void AddResampleCommand(CLI::App& app) {
       ->required()
       ->transform(ResamplingModeValidator());
   AddSizeOptions(*sub, arguments->width, arguments->height);
-  sub->footer("Modes:\n" + ResamplingModeTable());
+  sub->footer("Modes:\n" + ResamplingModeTable() + "\n" + sub->get_footer());
+}
+
+void AddDrawCommand(CLI::App& app) {
+  auto arguments = std::make_shared<DrawArguments>();
+  CLI::App* sub = AddFilesCommand(
+      app, "draw",
+      "Draw PIC into DEST with the module's DrawPictureFQPX, at a fractional position, with an "
+      "opacity and through PIC's mask, and write the changed DEST",
+      {{"dest", "Image file of the picture drawn into (PNG or JPEG)"},
+       {"pic", "Image file of the picture to draw (PNG or JPEG)"}},
+      [arguments](const std::vector<qpxhost::HostObject*>& pictures) {
+        return MethodCall{"DrawPictureFQPX",
+                          {pictures.at(0), arguments->x, arguments->y, arguments->opacity},
+                          "dest",
+                          "pic"};
+      });
+  sub->add_option("--x", arguments->x,
+                  "Where PIC's left edge falls in DEST, in pixels; fractional and negative "
+                  "values are taken (--x -3.25 or --x=-3.25)")
+      ->required()
+      ->check(CLI::Number);  // CLI11 would read an empty value as 0
+  sub->add_option("--y", arguments->y, "Where PIC's top edge falls in DEST, in pixels")
+      ->required()
+      ->check(CLI::Number);
+  sub->add_option("--opacity", arguments->opacity,
+                  "Weight of PIC's pixels: 1 covers, 0.5 mixes half and half; not clamped")
+      ->capture_default_str()
+      ->check(CLI::Number);
 }
 
 }  // namespace qpx

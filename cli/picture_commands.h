@@ -1,10 +1,12 @@
-// "qpx convert", "qpx blur", "qpx scale" and "qpx resample": an image file through a host picture,
-// and optionally one of the module's methods, into a PNG file.
+// "qpx convert", "qpx blur", "qpx scale", "qpx resample" and "qpx draw": image files through host
+// pictures, and optionally one of the module's methods, into a PNG file.
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "picture_io.h"
 #include "picture_options.h"
@@ -15,10 +17,24 @@ void AddConvertCommand(CLI::App& app);
 void AddBlurCommand(CLI::App& app);
 void AddScaleCommand(CLI::App& app);
 void AddResampleCommand(CLI::App& app);
+void AddDrawCommand(CLI::App& app);
 
-// Reads `input` into a host booted from `options`, runs `call` on it when given, and writes
-// the picture or the call's result to `output`. Nothing is written on any failure.
-void ProcessFile(const PictureCommandOptions& options, const std::string& input,
-                 const std::string& output, const std::optional<MethodCall>& call);
+// The call a command runs, given the pictures its call takes as arguments; nothing for a plain
+// conversion.
+using CallMaker =
+    std::function<std::optional<MethodCall>(const std::vector<qpxhost::HostObject*>& pictures)>;
+
+struct PictureJob {
+  // The receiver's image file, then those of the pictures the call takes. --mask gives the last
+  // one its mask.
+  std::vector<std::string> inputs;
+  std::string output;
+  CallMaker makeCall;
+};
+
+// Reads the job's inputs into a host booted from `options`, runs its call when it has one, and
+// writes the receiver or the call's result to the output (and its mask to --mask-out). Nothing
+// is written on any failure.
+void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job);
 
 }  // namespace qpx

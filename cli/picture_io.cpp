@@ -1,5 +1,6 @@
 #include "picture_io.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <map>
@@ -10,7 +11,7 @@
 namespace qpx {
 namespace {
 
-std::string ValueText(const qpxhost::Value& value) {
+std::string ValueText(const qpxhost::Value& value, const std::string& picture) {
   if (const auto* number = std::get_if<double>(&value)) {
     char text[40];
     std::snprintf(text, sizeof text, "%.10g", *number);
@@ -20,7 +21,7 @@ std::string ValueText(const qpxhost::Value& value) {
   }
   if (const auto* integer = std::get_if<int32_t>(&value)) return std::to_string(*integer);
   if (const auto* boolean = std::get_if<bool>(&value)) return *boolean ? "True" : "False";
-  return std::get<qpxhost::HostObject*>(value) == nullptr ? "Nil" : "pic2";
+  return std::get<qpxhost::HostObject*>(value) == nullptr ? "Nil" : picture;
 }
 
 // The whole part of a double argument, as the module converts it: NaN and values outside the
@@ -80,23 +81,43 @@ int64_t ScalingYields(const MethodCall& call, int32_t width, int32_t height) {
   return int64_t{newHeight} + 7;
 }
 
+// Drawing into the receiver (x and y follow the picture): false before any check when the floor
+// of a coordinate is outside the 32-bit range, NaN included; otherwise a check before the rows,
+// one per row of the receiver and one after.
+int64_t DrawYields(const MethodCall& call, int32_t width, int32_t height) {
+  for (size_t index : {1, 2}) {
+    const double whole = std::floor(NumberArgument(call, index));
+    if (!(whole >= INT32_MIN && whole <= INT32_MAX)) return 0;
+  }
+  if (!IsPictureSize(width, height)) return 0;
+  return int64_t{height} + 2;
+}
+
 // Methods whose yields are known, by name.
 const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)>& YieldCounters() {
   static const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)> counters = {
-      {"BlurQPX", &BlurYields}, {"ScaleQPX", &ScaleYields}, {"ScalingQPX", &ScalingYields}};
+      {"BlurQPX", &BlurYields},
+      {"ScaleQPX", &ScaleYields},
+      {"ScalingQPX", &ScalingYields},
+      {"DrawPictureFQPX", &DrawYields}};
   return counters;
+}
+
+const qpxhost::RegisteredMethod& FindPictureMethod(const qpxhost::Host& host,
+                                                   const MethodCall& call) {
+  const qpxhost::RegisteredMethod* method = host.FindMethod("Picture", call.method);
+  if (method == nullptr) throw std::runtime_error("the module has no method " + call.method);
+  return *method;
 }
 
 // The arguments for the host: the call's own, declared defaults up to the last parameter, which
 // every method of the module uses for its yield argument.
-std::vector<qpxhost::Value> FullArguments(const qpxhost::Host& host, const MethodCall& call,
-                                          int32_t yield) {
-  const qpxhost::RegisteredMethod* method = host.FindMethod("Picture", call.method);
-  if (method == nullptr) throw std::runtime_error("the module has no method " + call.method);
-  const std::vector<qpxhost::Parameter>& parameters = method->declaration.parameters;
+std::vector<qpxhost::Value> FullArguments(const qpxhost::RegisteredMethod& method,
+                                          const MethodCall& call, int32_t yield) {
+  const std::vector<qpxhost::Parameter>& parameters = method.declaration.parameters;
   if (parameters.empty() || call.arguments.size() >= parameters.size()) {
     throw std::runtime_error(call.Text() + ": the call does not match the declaration " +
-                             method->declarationText);
+                             method.declarationText);
   }
   std::vector<qpxhost::Value> arguments = call.arguments;
   for (size_t i = arguments.size(); i + 1 < parameters.size(); ++i) {
@@ -107,6 +128,77 @@ std::vector<qpxhost::Value> FullArguments(const qpxhost::Host& host, const Metho
   }
   arguments.emplace_back(yield);
   return arguments;
+}
+
+// Calls f(x, y, bytes) for every pixel of `image` in row order, bytes being its R, G, B and A.
+template <typename ImageType, typename Function>
+void ForEachPixel(ImageType& image, Function f) {
+  auto* p = image.rgba.data();
+  for (int32_t y = 0; y < image.height; ++y) {
+    for (int32_t x = 0; x < image.width; ++x, p += 4) f(x, y, p);
+  }
+}
+
+// Gives `picture`, which has no mask yet, a mask of `value(bytes)` for the bytes of each pixel
+// of `source`, an image of the picture's size.
+template <typename Value>
+void AttachMask(qpxhost::Host& host, qpxhost::HostPicture& picture, const Image& source,
+                Value value) {
+  picture.mask = qpxhost::NewHostMask(host, picture);  // the picture's reference
+  ForEachPixel(source, [&](int32_t x, int32_t y, const uint8_t* p) {
+    const uint8_t v = value(p);
+    picture.mask->Set(x, y, {v, v, v, 255});
+  });
+}
+
+// The picture's colours, and its alpha channel when it has one.
+Image PixelsOf(const qpxhost::HostPicture& picture) {
+  Image image;
+  image.width = picture.width;
+  image.height = picture.height;
+  image.hasAlpha = picture.hasAlpha;
+  image.rgba.resize(size_t(picture.width) * size_t(picture.height) * 4);
+  ForEachPixel(image, [&](int32_t x, int32_t y, uint8_t* p) {
+    const qpxhost::RGBA c = picture.Get(x, y);
+    p[0] = c.r;
+    p[1] = c.g;
+    p[2] = c.b;
+    p[3] = c.a;
+  });
+  return image;
+}
+
+// The pictures a call is handed, whose reference counts it must leave as they were: the
+// receiver, the picture arguments and their masks.
+std::vector<qpxhost::HostObject*> HandedPictures(qpxhost::HostPicture* receiver,
+                                                 const std::vector<qpxhost::Value>& arguments) {
+  std::vector<qpxhost::HostObject*> handed = {receiver};
+  for (const qpxhost::Value& argument : arguments) {
+    const auto* object = std::get_if<qpxhost::HostObject*>(&argument);
+    if (object != nullptr && *object != nullptr) handed.push_back(*object);
+  }
+  for (size_t i = 0, count = handed.size(); i < count; ++i) {
+    const auto* picture = dynamic_cast<const qpxhost::HostPicture*>(handed[i]);
+    if (picture != nullptr && picture->mask != nullptr) handed.push_back(picture->mask);
+  }
+  return handed;
+}
+
+// Throws when the call left a handed picture with another count than `before`, apart from the
+// reference a result that is one of them carries.
+void CheckHandedReferences(const qpxhost::Host& host, const MethodCall& call,
+                           const std::vector<qpxhost::HostObject*>& handed,
+                           const std::vector<int>& before, const qpxhost::HostObject* result) {
+  for (size_t i = 0; i < handed.size(); ++i) {
+    const int expected = before[i] + (handed[i] == result ? 1 : 0);
+    const int refs = host.RefCount(handed[i]);
+    if (refs != expected) {
+      throw std::runtime_error(call.Text() + " left " +
+                               (i == 0 ? std::string("the receiver") : "a picture it was given") +
+                               " with " + std::to_string(refs) + " references instead of " +
+                               std::to_string(expected));
+    }
+  }
 }
 
 }  // namespace
@@ -127,32 +219,38 @@ void PictureRef::Reset() {
 }
 
 PictureRef ImageToPicture(qpxhost::Host& host, const Image& image,
-                          const qpxhost::PictureOptions& kind) {
+                          const qpxhost::PictureOptions& kind, const Image* mask) {
+  if (mask != nullptr && (mask->width != image.width || mask->height != image.height)) {
+    throw std::invalid_argument("the mask is not the size of the picture");
+  }
   PictureRef picture(host, qpxhost::NewHostPicture(host, image.width, image.height, kind));
-  const uint8_t* p = image.rgba.data();
-  for (int32_t y = 0; y < image.height; ++y) {
-    for (int32_t x = 0; x < image.width; ++x, p += 4) picture->Set(x, y, {p[0], p[1], p[2], p[3]});
+  ForEachPixel(image, [&](int32_t x, int32_t y, const uint8_t* p) {
+    picture->Set(x, y, {p[0], p[1], p[2], p[3]});
+  });
+  if (mask != nullptr) {
+    AttachMask(host, *picture.get(), *mask, [](const uint8_t* p) { return p[0]; });
+  } else if (image.hasAlpha && !kind.hasAlpha) {
+    AttachMask(host, *picture.get(), image,
+               [](const uint8_t* p) { return static_cast<uint8_t>(255 - p[3]); });
   }
   return picture;
 }
 
 Image PictureToImage(const qpxhost::HostPicture& picture) {
-  Image image;
-  image.width = picture.width;
-  image.height = picture.height;
-  image.hasAlpha = picture.hasAlpha;
-  image.rgba.resize(size_t(picture.width) * size_t(picture.height) * 4);
-  uint8_t* p = image.rgba.data();
-  for (int32_t y = 0; y < picture.height; ++y) {
-    for (int32_t x = 0; x < picture.width; ++x, p += 4) {
-      const qpxhost::RGBA c = picture.Get(x, y);
-      p[0] = c.r;
-      p[1] = c.g;
-      p[2] = c.b;
-      p[3] = c.a;
-    }
-  }
+  Image image = PixelsOf(picture);
+  const qpxhost::HostPicture* mask = picture.mask;
+  if (picture.hasAlpha || mask == nullptr) return image;
+  // Where a mask of another size does not reach, the picture stays opaque.
+  image.hasAlpha = true;
+  ForEachPixel(image, [&](int32_t x, int32_t y, uint8_t* p) {
+    if (x < mask->width && y < mask->height) p[3] = static_cast<uint8_t>(255 - mask->Get(x, y).r);
+  });
   return image;
+}
+
+std::optional<Image> MaskToImage(const qpxhost::HostPicture& picture) {
+  if (picture.mask == nullptr) return std::nullopt;
+  return PixelsOf(*picture.mask);
 }
 
 void CheckLedger(const qpxhost::Host& host, const std::string& after) {
@@ -165,11 +263,11 @@ void CheckLedger(const qpxhost::Host& host, const std::string& after) {
   }
 }
 
-std::string MethodCall::Text(const std::string& receiver) const {
+std::string MethodCall::Text() const {
   std::string text = receiver + "." + method + "(";
   for (size_t i = 0; i < arguments.size(); ++i) {
     if (i > 0) text += ", ";
-    text += ValueText(arguments[i]);
+    text += ValueText(arguments[i], picture);
   }
   return text + ")";
 }
@@ -179,12 +277,15 @@ int64_t RowYields(const MethodCall& call, int32_t width, int32_t height) {
   return it == YieldCounters().end() ? 0 : it->second(call, width, height);
 }
 
-Image RunMethod(qpxhost::Host& host, qpxhost::HostPicture* picture, const MethodCall& call,
-                int32_t yield) {
-  const std::vector<qpxhost::Value> arguments = FullArguments(host, call, yield);
+PictureRef RunMethod(qpxhost::Host& host, qpxhost::HostPicture* picture, const MethodCall& call,
+                     int32_t yield) {
+  const qpxhost::RegisteredMethod& method = FindPictureMethod(host, call);
+  const std::vector<qpxhost::Value> arguments = FullArguments(method, call, yield);
   const size_t raisedBefore = host.raisedExceptions.size();
   const size_t problemsBefore = host.problems().size();
-  const int sourceRefs = host.RefCount(picture);
+  const std::vector<qpxhost::HostObject*> handed = HandedPictures(picture, arguments);
+  std::vector<int> refsBefore;
+  for (const qpxhost::HostObject* object : handed) refsBefore.push_back(host.RefCount(object));
 
   const qpxhost::CallResult result = host.Call(call.method, picture, arguments);
   if (host.problems().size() > problemsBefore) {
@@ -192,7 +293,7 @@ Image RunMethod(qpxhost::Host& host, qpxhost::HostPicture* picture, const Method
                              host.problems()[problemsBefore]);
   }
   // Owned from here on, so that every way out drops it.
-  PictureRef owned(host, static_cast<qpxhost::HostPicture*>(nullptr));
+  PictureRef owned;
   auto* resultPicture = dynamic_cast<qpxhost::HostPicture*>(result.picture);
   if (resultPicture != nullptr) owned = PictureRef(host, resultPicture);
   if (host.raisedExceptions.size() > raisedBefore) {
@@ -200,24 +301,30 @@ Image RunMethod(qpxhost::Host& host, qpxhost::HostPicture* picture, const Method
     throw std::runtime_error(call.Text() + " raised " + raised.className +
                              (raised.message ? ": " + *raised.message : std::string()));
   }
+  if (method.declaration.result == qpxhost::ValueType::Boolean) {
+    // Drawn into the receiver in place.
+    if (!result.boolean) throw std::runtime_error(call.Text() + " answered False");
+    CheckHandedReferences(host, call, handed, refsBefore, nullptr);
+    host.Lock(picture);
+    return PictureRef(host, picture);
+  }
   if (result.picture == nullptr) throw std::runtime_error(call.Text() + " returned nil");
   if (resultPicture == nullptr) {
     host.Unlock(result.picture);
     throw std::runtime_error(call.Text() + " returned a " + result.picture->className() +
                              " instead of a picture");
   }
-  // The result carries one reference for the caller, on top of the receiver's own when the
-  // method hands back the receiver itself.
-  const int expected = 1 + (resultPicture == picture ? sourceRefs : 0);
+  // The result carries one reference for the caller, on top of those it had when the method
+  // hands back a picture it was given.
+  const auto given = std::find(handed.begin(), handed.end(), resultPicture);
+  const int had = given == handed.end() ? 0 : refsBefore[size_t(given - handed.begin())];
   const int refs = host.RefCount(resultPicture);
-  if (refs != expected) {
+  if (refs != had + 1) {
     throw std::runtime_error(call.Text() + " returned a picture carrying " +
-                             std::to_string(refs - expected + 1) + " references instead of 1");
+                             std::to_string(refs - had) + " references instead of 1");
   }
-  if (host.RefCount(picture) != sourceRefs + (resultPicture == picture ? 1 : 0)) {
-    throw std::runtime_error(call.Text() + " changed the receiver's reference count");
-  }
-  return PictureToImage(*resultPicture);
+  CheckHandedReferences(host, call, handed, refsBefore, resultPicture);
+  return owned;
 }
 
 }  // namespace qpx

@@ -21,10 +21,23 @@ void AddYieldOption(CLI::App& command, PictureCommandOptions& options) {
 void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
   AddHostOptions(command, options.host);
   AddLayoutOption(command, options);
-  command.add_flag(
-      "--alpha", options.alpha,
-      "Give the picture an alpha channel from the file's alpha (with --layout 1 or 2)");
+  command.add_flag("--alpha", options.alpha,
+                   "Give the picture an alpha channel from the file's alpha instead of a mask "
+                   "(with --layout 1 or 2)");
   AddYieldOption(command, options);
+  command.add_option("--mask", options.mask,
+                     "Image file of the picture's mask, the picture's size: its gray level (the "
+                     "red channel of a colour file), 0 opaque to 255 transparent; for draw the "
+                     "mask of PIC");
+  command.add_option("--mask-out", options.maskOut,
+                     "Also write the result's mask as a gray PNG file (an error when it has none)");
+  command.footer(
+      "Transparency:\n"
+      "  An input file with an alpha channel gives its picture a mask of 255 - alpha (host\n"
+      "  masks: 0 opaque, 255 transparent), or with --alpha an alpha channel instead; --mask\n"
+      "  FILE gives it that mask instead of one from its alpha. Any other input picture has no\n"
+      "  mask at all. The output takes its alpha from the result's alpha channel, else from\n"
+      "  its mask (alpha = 255 - mask), and is opaque RGB when the result has neither.\n");
 }
 
 qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options) {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "host_config.h"
 #include "host_options.h"
@@ -17,9 +18,12 @@ struct PictureCommandOptions {
   int32_t layout = 5;            // desktop pixel layout code of the input picture
   bool alpha = false;            // the input picture gets an alpha channel
   std::optional<int32_t> yield;  // nullopt: qpx chooses
+  std::string mask;              // image file of the mask of the picture read; empty: none
+  std::string maskOut;           // file to write the result's mask into; empty: none
 };
 
-// Adds --host, --host-version, --plugin, --layout, --alpha and --yield.
+// Adds --host, --host-version, --plugin, --layout, --alpha, --yield, --mask and --mask-out, and
+// a footer telling how files and pictures carry transparency.
 void AddPictureOptions(CLI::App& command, PictureCommandOptions& options);
 void AddLayoutOption(CLI::App& command, PictureCommandOptions& options);
 void AddYieldOption(CLI::App& command, PictureCommandOptions& options);

@@ -107,20 +107,13 @@ REALgraphics GetGraphics(REALpicture reference) {
   return reinterpret_cast<REALgraphics>(H().Adopt(std::make_unique<HostGraphics>(picture)));
 }
 
-// A mask: a picture of the same size and storage, gray values, 0 opaque and 255 transparent.
-HostPicture* NewMask(const HostPicture& picture) {
-  PictureOptions options;
-  if (picture.storage == PictureStorage::Bitmap) options.layout = H().config().desktopLayout;
-  return NewHostPicture(H(), picture.width, picture.height, options);
-}
-
 // The picture's mask with one reference for the caller; made (all opaque) on request.
 REALpicture GetMask(REALpicture reference, bool create) {
   HostPicture* picture = AsPicture(reference, "REALGetPictureMask");
   if (picture == nullptr) return nullptr;
   if (picture->mask == nullptr) {
     if (!create) return nullptr;
-    picture->mask = NewMask(*picture);  // the picture's reference
+    picture->mask = NewHostMask(H(), *picture);  // the picture's reference
   }
   H().Lock(picture->mask);
   return Ref(picture->mask);
@@ -184,7 +177,7 @@ void Constructor(REALobject reference, int32_t width, int32_t height) {
 REALpicture CopyMask(REALpicture reference) {
   HostPicture* picture = AsPicture(reference, "Picture.CopyMask");
   if (picture == nullptr || (picture->mask == nullptr && !picture->hasAlpha)) return nullptr;
-  HostPicture* copy = NewMask(*picture);
+  HostPicture* copy = NewHostMask(H(), *picture);
   for (int32_t y = 0; y < picture->height; ++y) {
     for (int32_t x = 0; x < picture->width; ++x) {
       RGBA value = picture->mask ? picture->mask->Get(x, y) : RGBA{};
@@ -234,6 +227,12 @@ HostPicture* NewHostPicture(Host& host, int32_t width, int32_t height,
       storage, width, height, options.depth, options.hasAlpha, layout, config.rowPadding));
   picture->lockable = options.lockable;
   return picture;
+}
+
+HostPicture* NewHostMask(Host& host, const HostPicture& picture) {
+  PictureOptions options;
+  if (picture.storage == PictureStorage::Bitmap) options.layout = host.config().desktopLayout;
+  return NewHostPicture(host, picture.width, picture.height, options);
 }
 
 HostObject* NewPictureInstance(Host& host, const std::string& className) {

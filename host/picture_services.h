@@ -22,6 +22,10 @@ struct PictureOptions {
 HostPicture* NewHostPicture(Host& host, int32_t width, int32_t height,
                             const PictureOptions& options = {});
 
+// A new mask for `picture`: all 0 (opaque), the size of the picture and in its storage,
+// carrying one reference (the caller's). Masks hold gray values, 0 opaque and 255 transparent.
+HostPicture* NewHostMask(Host& host, const HostPicture& picture);
+
 // The picture service of that name, or null.
 void* FindPictureService(const std::string& serviceName);
 // "Picture" through "PluginNewInstance": a picture with alpha channel, 0 x 0 until its

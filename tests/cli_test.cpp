@@ -19,6 +19,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "demo_command.h"
@@ -159,6 +160,32 @@ Image GrayImage(int32_t width, int32_t height, const std::vector<uint8_t>& value
   return image;
 }
 
+// `image` with the given alpha values, row after row.
+Image WithAlpha(Image image, const std::vector<uint8_t>& alphas) {
+  image.hasAlpha = true;
+  for (size_t i = 0; i < alphas.size(); ++i) image.rgba[i * 4 + 3] = alphas[i];
+  return image;
+}
+
+// `destination` with `picture` copied into it at (x, y): drawing at whole coordinates with
+// opacity 1 and no mask.
+Image Pasted(Image destination, const Image& picture, int32_t x, int32_t y) {
+  for (int32_t j = 0; j < picture.height; ++j) {
+    for (int32_t i = 0; i < picture.width; ++i) {
+      std::copy_n(
+          PixelAt(picture, i, j), 3,
+          &destination.rgba[(size_t(y + j) * size_t(destination.width) + size_t(x + i)) * 4]);
+    }
+  }
+  return destination;
+}
+
+// The picture a method call gives, as shown.
+Image RunToImage(qpxhost::Host& host, qpxhost::HostPicture* picture, const MethodCall& call,
+                 int32_t yield) {
+  return PictureToImage(*RunMethod(host, picture, call, yield).get());
+}
+
 void WriteBytes(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary);
   out << bytes;
@@ -201,25 +228,65 @@ void ExpectOneErrorLine(const QpxRun& run) {
   EXPECT_THAT(run.err, StartsWith("qpx: "));
 }
 
+// The colour type in a PNG file's header: 0 gray, 2 RGB, 6 RGBA.
+int PngColourType(const std::string& path) {
+  const std::string bytes = ReadAll(path);
+  return bytes.size() > 25 ? bytes[25] : -1;
+}
+
+// Expects gray pixels of `values`, row after row, in a gray PNG file.
+void ExpectGrayFile(const std::string& path, const std::vector<uint8_t>& values) {
+  EXPECT_EQ(PngColourType(path), 0);
+  const Image image = ReadImage(path);
+  ASSERT_EQ(image.rgba.size(), values.size() * 4);
+  for (size_t i = 0; i < values.size(); ++i) {
+    ASSERT_THAT(std::vector<uint8_t>(&image.rgba[i * 4], &image.rgba[i * 4] + 3),
+                ::testing::Each(values[i]))
+        << "pixel " << i;
+  }
+}
+
+// 255 minus the alpha of each pixel: the mask a file's transparency gives.
+std::vector<uint8_t> MaskOfAlpha(const Image& image) {
+  std::vector<uint8_t> mask;
+  for (size_t i = 3; i < image.rgba.size(); i += 4) mask.push_back(uint8_t(255 - image.rgba[i]));
+  return mask;
+}
+
+// The red channel of each pixel: the mask a mask file gives.
+std::vector<uint8_t> RedChannel(const Image& image) {
+  std::vector<uint8_t> red;
+  for (size_t i = 0; i < image.rgba.size(); i += 4) red.push_back(image.rgba[i]);
+  return red;
+}
+
 // --- convert ----------------------------------------------------------------------------------
 
 TEST_F(CliTest, ConvertRoundTripIsLosslessForEveryHostAndLayout) {
-  const Image input = RandomImage(29, 17, false);
-  WritePng(Path("in.png"), input, false);
-  for (const char* host : kHostKinds) {
-    for (int layout = 1; layout <= 6; ++layout) {
-      SCOPED_TRACE(std::string(host) + " layout " + std::to_string(layout));
-      const QpxRun run =
-          Qpx({"convert", "in.png", "out.png", "--host", host, "--layout", std::to_string(layout)});
-      ASSERT_EQ(run.exitCode, 0) << run.err;
-      EXPECT_EQ(run.err, "");
-      EXPECT_EQ(run.out, "");
-      const Image output = ReadImage(Path("out.png"));
-      EXPECT_FALSE(output.hasAlpha);
-      EXPECT_EQ(output.width, input.width);
-      EXPECT_EQ(output.height, input.height);
-      EXPECT_TRUE(output.rgba == input.rgba);
-      fs::remove(Path("out.png"));
+  // A transparent file goes through a picture with a mask of 255 - alpha, which --mask-out
+  // writes out as the host holds it.
+  for (bool transparent : {false, true}) {
+    const Image input = RandomImage(29, 17, transparent);
+    WritePng(Path("in.png"), input, transparent);
+    for (const char* host : kHostKinds) {
+      for (int layout = 1; layout <= 6; ++layout) {
+        SCOPED_TRACE(std::string(host) + " layout " + std::to_string(layout) +
+                     (transparent ? " transparent" : ""));
+        std::vector<std::string> args = {
+            "convert", "in.png", "out.png", "--host", host, "--layout", std::to_string(layout)};
+        if (transparent) args.insert(args.end(), {"--mask-out", "mask.png"});
+        const QpxRun run = Qpx(args);
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.out, "");
+        const Image output = ReadImage(Path("out.png"));
+        EXPECT_EQ(output.hasAlpha, transparent);
+        EXPECT_EQ(output.width, input.width);
+        EXPECT_EQ(output.height, input.height);
+        EXPECT_TRUE(output.rgba == input.rgba);  // colours under alpha 0 too
+        if (transparent) ExpectGrayFile(Path("mask.png"), MaskOfAlpha(input));
+        fs::remove(Path("out.png"));
+      }
     }
   }
 }
@@ -280,6 +347,95 @@ TEST_F(CliTest, ConvertReadsJpeg) {
   const QpxRun run = Qpx({"convert", "in.jpg", "out.png"});
   ASSERT_EQ(run.exitCode, 0) << run.err;
   EXPECT_TRUE(ReadImage(Path("out.png")).rgba == input.rgba);
+}
+
+// --- transparency -----------------------------------------------------------------------------
+
+TEST_F(CliTest, AlphaOptionGivesAnAlphaChannelAndNoMask) {
+  WritePng(Path("in.png"), RandomImage(6, 5, true), true);
+  const QpxRun run = Qpx({"convert", "in.png", "out.png", "--host", "desktop", "--alpha",
+                          "--layout", "1", "--mask-out", "mask.png"});
+  ExpectOneErrorLine(run);
+  EXPECT_EQ(run.err, "qpx: the picture has no mask to write to 'mask.png'\n");
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+}
+
+TEST_F(CliTest, FileWithoutTransparencyGivesAPictureWithoutMask) {
+  WritePng(Path("in.png"), RandomImage(6, 5, false), false);
+  for (const char* host : kHostKinds) {
+    SCOPED_TRACE(host);
+    ExpectOneErrorLine(
+        Qpx({"convert", "in.png", "out.png", "--host", host, "--mask-out", "mask.png"}));
+    EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+  }
+}
+
+TEST_F(CliTest, MaskFileGivesThePictureItsRedChannelAsMask) {
+  const Image input = RandomImage(7, 6, false, 5);
+  const Image mask = RandomImage(7, 6, false, 6);  // colour: only red counts
+  WritePng(Path("opaque.png"), input, false);
+  WritePng(Path("transparent.png"), WithAlpha(input, std::vector<uint8_t>(42, 9)), true);
+  WritePng(Path("m.png"), mask, false);
+  for (const char* file : {"opaque.png", "transparent.png"}) {
+    for (const char* host : kHostKinds) {
+      SCOPED_TRACE(std::string(file) + " " + host);
+      const QpxRun run = Qpx({"convert", file, "out.png", "--host", host, "--mask", "m.png",
+                              "--mask-out", "mask.png"});
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      const std::vector<uint8_t> red = RedChannel(mask);
+      const Image output = ReadImage(Path("out.png"));
+      ASSERT_TRUE(output.hasAlpha);
+      for (size_t i = 0; i < red.size(); ++i) {
+        EXPECT_EQ(output.rgba[i * 4 + 3], 255 - red[i]) << i;
+        EXPECT_EQ(std::memcmp(&output.rgba[i * 4], &input.rgba[i * 4], 3), 0) << i;
+      }
+      ExpectGrayFile(Path("mask.png"), red);
+    }
+  }
+}
+
+TEST_F(CliTest, MaskOfAnotherSizeIsOneErrorLineAndNoOutput) {
+  WritePng(Path("in.png"), RandomImage(7, 6, false), false);
+  WritePng(Path("m.png"), RandomImage(6, 7, false), false);
+  WriteBytes(Path("out.png"), "precious");
+  const QpxRun run = Qpx({"convert", "in.png", "out.png", "--mask", "m.png"});
+  ExpectOneErrorLine(run);
+  EXPECT_EQ(run.err, "qpx: the mask 'm.png' is 6 x 7 pixels, the picture 'in.png' 7 x 6\n");
+  EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+  ExpectOneErrorLine(Qpx({"blur", "in.png", "new.png", "--radius", "1", "--mask", "missing.png"}));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "m.png", "out.png"));
+}
+
+TEST_F(CliTest, NewResultsOfTheMethodsHaveNoMask) {
+  WritePng(Path("in.png"), RandomImage(8, 6, true), true);
+  const std::vector<std::vector<std::string>> calls = {
+      {"blur", "in.png", "out.png", "--radius", "2"},
+      {"scale", "in.png", "out.png", "--width", "4", "--height", "3"},
+      {"resample", "in.png", "out.png", "--mode", "box", "--width", "16", "--height", "12"}};
+  for (const auto& args : calls) {
+    SCOPED_TRACE(args[0]);
+    const QpxRun run = Qpx(args);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(PngColourType(Path("out.png")), 2);  // opaque RGB
+    std::vector<std::string> withMaskOut = args;
+    withMaskOut.insert(withMaskOut.end(), {"--mask-out", "mask.png"});
+    const QpxRun refused = Qpx(withMaskOut);
+    ExpectOneErrorLine(refused);
+    EXPECT_THAT(refused.err, HasSubstr("has no mask to write to 'mask.png'"));
+    EXPECT_FALSE(fs::exists(Path("mask.png")));
+  }
+}
+
+TEST_F(CliTest, ReceiverHandedBackKeepsItsMask) {
+  const Image input = RandomImage(8, 6, true);
+  WritePng(Path("in.png"), input, true);
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"blur", "in.png", "out.png", "--radius", "0"},
+        {"scale", "in.png", "out.png", "--width", "8", "--height", "6"}}) {
+    SCOPED_TRACE(args[0]);
+    ASSERT_EQ(Qpx(args).exitCode, 0);
+    EXPECT_TRUE(ReadImage(Path("out.png")).rgba == input.rgba);
+  }
 }
 
 // --- failures ---------------------------------------------------------------------------------
@@ -370,6 +526,15 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
       {"resample", "in.png", "out.png", "--mode", "box", "--width", "4", "--height", "1.5"},
       {"resample", "in.png", "out.png", "--mode", "box", "--width", "4", "--height", "4",
        "--layout", "8"},
+      {"draw", "in.png", "in.png", "out.png", "--y", "1"},
+      {"draw", "in.png", "in.png", "out.png", "--x", "1"},
+      {"draw", "in.png", "in.png", "out.png", "--x", "left", "--y", "1"},
+      {"draw", "in.png", "in.png", "out.png", "--x", "1", "--y", ""},
+      {"draw", "in.png", "in.png", "out.png", "--x", "1", "--y", "1", "--opacity", "half"},
+      {"draw", "in.png", "in.png", "out.png", "--x", "1", "--y", "1", "--x", "2"},
+      {"draw", "in.png", "out.png", "--x", "1", "--y", "1"},
+      {"draw", "in.png", "in.png", "out.png", "--x", "1", "--y", "1", "--mask"},
+      {"convert", "in.png", "out.png", "--mask-out"},
       {"demo", "--layout", "9"},
       {"paint", "in.png"},
       {},
@@ -386,7 +551,7 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-  for (const char* command : {"info", "convert", "blur", "scale", "resample", "demo"}) {
+  for (const char* command : {"info", "convert", "blur", "scale", "resample", "draw", "demo"}) {
     SCOPED_TRACE(command);
     const QpxRun run = Qpx({command, "--help"});
     EXPECT_EQ(run.exitCode, 0);
@@ -394,16 +559,17 @@ TEST_F(CliTest, EveryCommandHasHelp) {
   }
   const QpxRun run = Qpx({"--help"});
   EXPECT_EQ(run.exitCode, 0);
-  for (const char* command : {"info", "convert", "blur", "scale", "resample", "demo"}) {
+  for (const char* command : {"info", "convert", "blur", "scale", "resample", "draw", "demo"}) {
     EXPECT_THAT(run.out, HasSubstr(command));
   }
 }
 
-TEST_F(CliTest, CommonOptionsAreOnEveryPictureCommand) {
-  for (const char* command : {"convert", "blur", "scale", "resample"}) {
+TEST_F(CliTest, CommonOptionsAndTheTransparencyRuleAreOnEveryPictureCommand) {
+  for (const char* command : {"convert", "blur", "scale", "resample", "draw"}) {
     const QpxRun run = Qpx({command, "--help"});
     for (const char* option :
-         {"--host ", "--layout", "--alpha", "--host-version", "--plugin", "--yield"}) {
+         {"--host ", "--layout", "--alpha", "--host-version", "--plugin", "--yield", "--mask ",
+          "--mask-out", "Transparency:", "mask of 255 - alpha", "alpha = 255 - mask"}) {
       EXPECT_THAT(run.out, HasSubstr(option)) << command;
     }
   }
@@ -806,6 +972,148 @@ TEST_F(CliTest, ResampleHelpListsTheModes) {
   }
 }
 
+// --- draw -------------------------------------------------------------------------------------
+// These need the module's DrawPictureFQPX.
+
+class CliDrawTest : public CliTest {
+ protected:
+  // Runs "qpx draw dest.png pic.png out.png" with `more` in every kind of host and reads each
+  // out.png back, expecting a quiet success.
+  std::vector<Image> DrawInEveryHost(const std::vector<std::string>& more) {
+    std::vector<Image> outputs;
+    for (const char* host : kHostKinds) {
+      SCOPED_TRACE(host);
+      std::vector<std::string> args = {"draw", "dest.png", "pic.png", "out.png", "--host", host};
+      args.insert(args.end(), more.begin(), more.end());
+      const QpxRun run = Qpx(args);
+      EXPECT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");
+      EXPECT_EQ(run.out, "");
+      if (run.exitCode == 0) outputs.push_back(ReadImage(Path("out.png")));
+    }
+    EXPECT_EQ(outputs.size(), std::size(kHostKinds));
+    return outputs;
+  }
+};
+
+TEST_F(CliDrawTest, AtWholeCoordinatesCopiesThePictureIntoItsRectangle) {
+  const Image destination = RandomImage(9, 7, false, 11);
+  const Image picture = RandomImage(4, 3, false, 12);
+  WritePng(Path("dest.png"), destination, false);
+  WritePng(Path("pic.png"), picture, false);
+  for (const Image& output : DrawInEveryHost({"--x", "3", "--y", "2"})) {
+    EXPECT_FALSE(output.hasAlpha);
+    EXPECT_TRUE(output.rgba == Pasted(destination, picture, 3, 2).rgba);
+  }
+  // Opacity 1 is the default.
+  for (const Image& output : DrawInEveryHost({"--x", "5", "--y", "4", "--opacity", "1"})) {
+    EXPECT_TRUE(output.rgba == Pasted(destination, picture, 5, 4).rgba);
+  }
+}
+
+TEST_F(CliDrawTest, AtHalfOpacityAddsTheTruncatedHalves) {
+  // trunc(0.5 x 255) + trunc(0.5 x 255) = 127 + 127, and trunc(0.5 x 201) + trunc(0.5 x 99) =
+  // 100 + 49; outside the picture's rectangle the destination is kept.
+  WritePng(Path("dest.png"), GrayImage(3, 1, {255, 255, 99}), false);
+  WritePng(Path("pic.png"), GrayImage(2, 1, {255, 201}), false);
+  for (const Image& output : DrawInEveryHost({"--x", "1", "--y", "0", "--opacity", "0.5"})) {
+    ExpectGray(output, {255, 254, 149});
+  }
+}
+
+TEST_F(CliDrawTest, NegativeFractionalCoordinatesInBothForms) {
+  // x = -3.25: ix = -4 and fx = 0.75, so destination column X takes 0.75 of picture column
+  // X + 3 and 0.25 of column X + 4, and whatever weight lies outside the picture from its own
+  // colour. y = -1: row 0 shows the picture's row 1.
+  WritePng(Path("dest.png"), GrayImage(4, 1, {10, 10, 100, 77}), false);
+  WritePng(Path("pic.png"), GrayImage(6, 2, {1, 2, 3, 4, 5, 6, 40, 200, 100, 60, 20, 80}), false);
+  // 0.75 x 60 + 0.25 x 20 = 45 + 5; 0.75 x 20 + 0.25 x 80 = 15 + 20; 0.75 x 80 + 0.25 x 100 =
+  // 60 + 25; the last column is out of the picture's reach.
+  const std::vector<uint8_t> expected = {50, 35, 85, 77};
+  for (const Image& output : DrawInEveryHost({"--x", "-3.25", "--y", "-1"})) {
+    ExpectGray(output, expected);
+  }
+  for (const Image& output : DrawInEveryHost({"--x=-3.25", "--y=-1"})) {
+    ExpectGray(output, expected);
+  }
+}
+
+TEST_F(CliDrawTest, FullyTransparentPixelsOfThePictureLetTheDestinationShow) {
+  const Image destination = RandomImage(5, 4, false, 21);
+  const Image picture = RandomImage(3, 2, false, 22);
+  WritePng(Path("dest.png"), destination, false);
+  // Alpha 0 is mask 255: no weight for that pixel, all of it to the destination's colour.
+  WritePng(Path("pic.png"), WithAlpha(picture, {255, 0, 255, 0, 255, 255}), true);
+  WritePng(Path("mask.png"), GrayImage(3, 2, {0, 255, 0, 255, 0, 0}), false);
+  Image expected = Pasted(destination, picture, 1, 1);
+  for (const auto& [x, y] : {std::pair{1, 0}, {0, 1}}) {
+    std::copy_n(PixelAt(destination, 1 + x, 1 + y), 3,
+                &expected.rgba[(size_t(1 + y) * 5 + size_t(1 + x)) * 4]);
+  }
+  for (const Image& output : DrawInEveryHost({"--x", "1", "--y", "1"})) {
+    EXPECT_FALSE(output.hasAlpha);
+    EXPECT_TRUE(output.rgba == expected.rgba);
+  }
+  // The same through --mask, which gives the drawn picture its mask.
+  WritePng(Path("pic.png"), picture, false);
+  for (const Image& output : DrawInEveryHost({"--x", "1", "--y", "1", "--mask", "mask.png"})) {
+    EXPECT_TRUE(output.rgba == expected.rgba);
+  }
+}
+
+TEST_F(CliDrawTest, DestinationTransparencyIsWrittenBack) {
+  // The destination's mask comes from its file and goes back into the output; the method
+  // changes its colours only.
+  const Image destination = RandomImage(6, 5, true, 31);
+  const Image picture = RandomImage(2, 2, false, 32);
+  WritePng(Path("dest.png"), destination, true);
+  WritePng(Path("pic.png"), picture, false);
+  for (const Image& output : DrawInEveryHost({"--x", "2", "--y", "3", "--mask-out", "m.png"})) {
+    EXPECT_TRUE(output.hasAlpha);
+    EXPECT_TRUE(output.rgba == Pasted(destination, picture, 2, 3).rgba);
+    ExpectGrayFile(Path("m.png"), MaskOfAlpha(destination));
+  }
+}
+
+TEST_F(CliDrawTest, FalseResultIsOneErrorLineAndNoOutput) {
+  // Coordinates whose floor is outside the 32-bit range give false.
+  WritePng(Path("dest.png"), RandomImage(4, 3, false), false);
+  WritePng(Path("pic.png"), RandomImage(2, 2, false), false);
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"--x", "1e300", "--y", "0"}, "dest.DrawPictureFQPX(pic, 1e+300, 0.0, 1.0)"},
+      {{"--x", "0", "--y", "nan"}, "dest.DrawPictureFQPX(pic, 0.0, nan, 1.0)"},
+      {{"--x=-2147483649", "--y", "0"}, "dest.DrawPictureFQPX(pic, -2147483649.0, 0.0, 1.0)"},
+      {{"--x", "2147483648", "--y", "0"}, "dest.DrawPictureFQPX(pic, 2147483648.0, 0.0, 1.0)"},
+  };
+  WriteBytes(Path("out.png"), "precious");
+  for (const auto& [more, call] : cases) {
+    for (const char* host : kHostKinds) {
+      SCOPED_TRACE(std::string(call) + " " + host);
+      std::vector<std::string> args = {"draw", "dest.png", "pic.png", "out.png", "--host", host};
+      args.insert(args.end(), more.begin(), more.end());
+      const QpxRun run = Qpx(args);
+      ExpectOneErrorLine(run);
+      EXPECT_EQ(run.err, std::string("qpx: ") + call + " answered False\n");
+      EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+    }
+  }
+  EXPECT_THAT(Files(), ::testing::ElementsAre("dest.png", "out.png", "pic.png"));
+}
+
+TEST_F(CliDrawTest, WithYieldingGivesTheSameResult) {
+  WritePng(Path("dest.png"), RandomImage(20, 15, false, 41), false);
+  WritePng(Path("pic.png"), RandomImage(7, 6, true, 42), true);
+  const std::vector<std::string> args = {"--x", "3.4", "--y", "-1.7", "--opacity", "0.8"};
+  const std::vector<Image> once = DrawInEveryHost(args);
+  for (const char* yield : {"1", "-1", "-2147483648"}) {
+    std::vector<std::string> withYield = args;
+    withYield.insert(withYield.end(), {"--yield", yield});
+    const std::vector<Image> again = DrawInEveryHost(withYield);
+    ASSERT_EQ(again.size(), once.size());
+    for (size_t i = 0; i < once.size(); ++i) EXPECT_TRUE(again[i].rgba == once[i].rgba) << yield;
+  }
+}
+
 // --- demo -------------------------------------------------------------------------------------
 
 TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
@@ -819,11 +1127,12 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
     at += 5;
     sources.push_back(page.substr(at, page.find('"', at) - at));
   }
-  EXPECT_EQ(sources.size(), 2 + 2 * DemoCalls().size());
-  EXPECT_THAT(sources, ::testing::Contains("input.png"));
-  EXPECT_THAT(sources, ::testing::Contains("detail.png"));
+  EXPECT_EQ(sources.size(), 5 + 2 * DemoCalls().size());
+  for (const char* input : {"input.png", "detail.png", "sky.png", "tile.png", "ball.png"}) {
+    EXPECT_THAT(sources, ::testing::Contains(input));
+  }
   // Sizes: the blurs keep the sample's, the shrinks are a quarter of each side, the detail and
-  // its enlargements are 80 x 60 and 4 times that.
+  // its enlargements are 80 x 60 and 4 times that, the drawings the size of sky.
   const std::pair<const char*, std::pair<int32_t, int32_t>> sizes[] = {
       {"input", {640, 480}},
       {"blur-", {640, 480}},
@@ -832,7 +1141,11 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
       {"detail.", {80, 60}},
       {"detail-nearest-", {320, 240}},
       {"detail-antialias-", {320, 240}},
-      {"detail-resample-", {320, 240}}};
+      {"detail-resample-", {320, 240}},
+      {"sky.", {40, 30}},
+      {"tile.", {16, 16}},
+      {"ball.", {20, 20}},
+      {"draw-", {40, 30}}};
   for (const std::string& file : sources) {
     SCOPED_TRACE(file);
     const Image image = ReadImage(Path("out/" + file));
@@ -843,9 +1156,14 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
     EXPECT_EQ(image.width, size->second.first);
     EXPECT_EQ(image.height, size->second.second);
   }
-  for (const char* text : {"pic.BlurQPX(1.0)", "pic.BlurQPX(3.0)", "pic.BlurQPX(8.0)",
-                           "pic.ScaleQPX(160, 120, False)", "detail.ScaleQPX(320, 240, False)",
-                           "detail.ScaleQPX(320, 240, True)", "console host", "desktop host"}) {
+  for (const char* text :
+       {"pic.BlurQPX(1.0)", "pic.BlurQPX(3.0)", "pic.BlurQPX(8.0)", "pic.ScaleQPX(160, 120, False)",
+        "detail.ScaleQPX(320, 240, False)", "detail.ScaleQPX(320, 240, True)", "console host",
+        "desktop host", "sky.DrawPictureFQPX(tile, 12.0, 7.0, 1.0)",
+        "sky.DrawPictureFQPX(tile, 12.25, 7.25, 1.0)", "sky.DrawPictureFQPX(tile, 12.5, 7.5, 1.0)",
+        "sky.DrawPictureFQPX(tile, 12.75, 7.75, 1.0)", "sky.DrawPictureFQPX(tile, 12.0, 7.0, 0.5)",
+        "sky.DrawPictureFQPX(tile, 12.0, 7.0, 0.25)", "sky.DrawPictureFQPX(ball, 10.0, 5.0, 1.0)",
+        "sky.DrawPictureFQPX(ball, 10.5, 5.5, 1.0)", "sky.DrawPictureFQPX(ball, 10.0, 5.0, 0.5)"}) {
     EXPECT_THAT(page, HasSubstr(text));
   }
   // Every kernel on both receivers, labelled with its name.
@@ -921,6 +1239,55 @@ TEST_F(CliTest, DemoResultsOfTheBoxKernelFollowFromTheirWeights) {
     // Enlarging 4 times, each output centre is within half a pixel of exactly one source centre.
     EXPECT_EQ(RepeatedPixels(ReadImage(Path("out/detail-resample" + suffix)), detail, 4, 4),
               320 * 240);
+  }
+}
+
+TEST_F(CliTest, DemoDrawingsFollowFromTheRules) {
+  ASSERT_EQ(Qpx({"demo", "out"}).exitCode, 0);
+  const Image sky = ReadImage(Path("out/sky.png"));
+  const Image tile = ReadImage(Path("out/tile.png"));
+  const Image ball = ReadImage(Path("out/ball.png"));
+  ASSERT_TRUE(ball.hasAlpha);
+  // The ball's alpha is solid in the middle and falls to nothing before the corners.
+  EXPECT_EQ(PixelAt(ball, 10, 10)[3], 255);
+  EXPECT_EQ(PixelAt(ball, 0, 0)[3], 0);
+  for (const char* host : {"console", "desktop"}) {
+    SCOPED_TRACE(host);
+    const auto result = [&](const std::string& stem) {
+      return ReadImage(Path("out/" + stem + "-" + host + ".png"));
+    };
+    // Whole coordinates at opacity 1 copy tile into sky at (12, 7).
+    const Image copied = Pasted(sky, tile, 12, 7);
+    EXPECT_TRUE(result("draw-offset-0").rgba == copied.rgba);
+    EXPECT_TRUE(result("draw-opacity-100").rgba == copied.rgba);
+    // Opacity 0.5: trunc(0.5 x tile) + trunc(0.5 x sky) in tile's rectangle.
+    const Image half = result("draw-opacity-50");
+    for (int32_t y = 0; y < sky.height; ++y) {
+      for (int32_t x = 0; x < sky.width; ++x) {
+        const bool inside = x >= 12 && x < 12 + tile.width && y >= 7 && y < 7 + tile.height;
+        for (size_t c = 0; c < 3; ++c) {
+          const int old = PixelAt(sky, x, y)[c];
+          const int expected = inside ? PixelAt(tile, x - 12, y - 7)[c] / 2 + old / 2 : old;
+          ASSERT_EQ(PixelAt(half, x, y)[c], expected) << x << ", " << y;
+        }
+      }
+    }
+    // Through the mask at (10, 5): where ball is fully transparent sky stays, where it is
+    // opaque ball's colour replaces it.
+    const Image masked = result("draw-mask-0");
+    for (int32_t y = 0; y < ball.height; ++y) {
+      for (int32_t x = 0; x < ball.width; ++x) {
+        const uint8_t alpha = PixelAt(ball, x, y)[3];
+        if (alpha != 0 && alpha != 255) continue;
+        const uint8_t* expected = alpha == 0 ? PixelAt(sky, x + 10, y + 5) : PixelAt(ball, x, y);
+        ASSERT_EQ(std::memcmp(PixelAt(masked, x + 10, y + 5), expected, 3), 0) << x << ", " << y;
+      }
+    }
+    // Each quarter-pixel step gives another picture.
+    const Image quarter = result("draw-offset-25");
+    EXPECT_FALSE(quarter.rgba == copied.rgba);
+    EXPECT_FALSE(quarter.rgba == result("draw-offset-50").rgba);
+    EXPECT_FALSE(result("draw-offset-50").rgba == result("draw-offset-75").rgba);
   }
 }
 
@@ -1024,6 +1391,57 @@ TEST(CliPlumbingTest, ConversionsLeaveNoHostObjects) {
   }
 }
 
+TEST(CliPlumbingTest, TransparencyBecomesAMaskUnlessAnAlphaChannelIsAsked) {
+  const Image transparent = RandomImage(9, 7, true, 7);
+  const Image opaque = RandomImage(9, 7, false, 8);
+  const Image maskFile = RandomImage(9, 7, false, 9);
+  for (const char* kind : kHostKinds) {
+    SCOPED_TRACE(kind);
+    qpxhost::Host host(ConfigFor(kind, 1, false));
+    host.LoadPlugin(QPX_PLUGIN_PATH);
+    {
+      const PictureRef masked = ImageToPicture(host, transparent, {});
+      ASSERT_NE(masked->mask, nullptr);
+      EXPECT_FALSE(masked->hasAlpha);
+      EXPECT_EQ(host.RefCount(masked->mask), 1);
+      EXPECT_EQ(masked->mask->width, 9);
+      EXPECT_EQ(masked->mask->height, 7);
+      for (int32_t y = 0; y < 7; ++y) {
+        for (int32_t x = 0; x < 9; ++x) {
+          const uint8_t* p = PixelAt(transparent, x, y);
+          const uint8_t m = uint8_t(255 - p[3]);
+          ASSERT_EQ(masked->mask->Get(x, y), (qpxhost::RGBA{m, m, m, 255}));
+          ASSERT_EQ(masked->Get(x, y), (qpxhost::RGBA{p[0], p[1], p[2], 255}));
+        }
+      }
+      EXPECT_TRUE(PictureToImage(*masked.get()).rgba == transparent.rgba);
+      ASSERT_TRUE(MaskToImage(*masked.get()).has_value());
+      EXPECT_EQ(RedChannel(*MaskToImage(*masked.get())), MaskOfAlpha(transparent));
+
+      qpxhost::PictureOptions withAlpha;
+      withAlpha.hasAlpha = true;
+      const PictureRef alpha = ImageToPicture(host, transparent, withAlpha);
+      EXPECT_TRUE(alpha->hasAlpha);
+      EXPECT_EQ(alpha->mask, nullptr);
+      EXPECT_FALSE(MaskToImage(*alpha.get()).has_value());
+
+      const PictureRef plain = ImageToPicture(host, opaque, {});
+      EXPECT_EQ(plain->mask, nullptr);
+      EXPECT_FALSE(PictureToImage(*plain.get()).hasAlpha);
+
+      // An explicit mask wins over the file's alpha.
+      const PictureRef given = ImageToPicture(host, transparent, {}, &maskFile);
+      ASSERT_NE(given->mask, nullptr);
+      EXPECT_EQ(RedChannel(*MaskToImage(*given.get())), RedChannel(maskFile));
+      const Image small = RandomImage(3, 2, false);
+      EXPECT_THROW(ImageToPicture(host, opaque, {}, &small), std::invalid_argument);
+      EXPECT_EQ(host.LiveObjectCount(), 6u);  // four pictures, two masks
+    }
+    EXPECT_EQ(host.LiveObjectCount(), 0u);
+    EXPECT_TRUE(host.problems().empty());
+  }
+}
+
 TEST(CliPlumbingTest, HostConfigFollowsLayoutAndAlpha) {
   const qpxhost::HostConfig plain = ConfigFor("desktop", 6, false);
   EXPECT_EQ(plain.app, qpxhost::AppKind::Desktop);
@@ -1034,7 +1452,7 @@ TEST(CliPlumbingTest, HostConfigFollowsLayoutAndAlpha) {
   EXPECT_THROW(ConfigFor("console", 4, true), CLI::ValidationError);
 }
 
-TEST(CliPlumbingTest, ProcessFileChecksTheLedgerAndWritesTheFile) {
+TEST(CliPlumbingTest, PictureJobChecksTheLedgerAndWritesTheFile) {
   const fs::path dir = fs::temp_directory_path() / ("qpx-plumbing-" + std::to_string(getpid()));
   fs::create_directories(dir);
   const Image input = RandomImage(10, 6, false);
@@ -1043,8 +1461,10 @@ TEST(CliPlumbingTest, ProcessFileChecksTheLedgerAndWritesTheFile) {
   options.host.plugin = QPX_PLUGIN_PATH;
   options.host.host = "desktop";
   options.layout = 4;
-  EXPECT_NO_THROW(
-      ProcessFile(options, (dir / "in.png").string(), (dir / "out.png").string(), std::nullopt));
+  const PictureJob job{{(dir / "in.png").string()},
+                       (dir / "out.png").string(),
+                       [](const std::vector<qpxhost::HostObject*>&) { return std::nullopt; }};
+  EXPECT_NO_THROW(RunPictureJob(options, job));
   EXPECT_TRUE(ReadImage((dir / "out.png").string()).rgba == input.rgba);
   fs::remove_all(dir);
 }
@@ -1054,7 +1474,7 @@ TEST(CliPlumbingTest, CallTextReadsLikeTheHostLanguage) {
   EXPECT_EQ((MethodCall{"BlurQPX", {2.5}}).Text(), "pic.BlurQPX(2.5)");
   EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{320}, int32_t{240}, true}}).Text(),
             "pic.ScaleQPX(320, 240, True)");
-  EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{8}, int32_t{6}, false}}).Text("detail"),
+  EXPECT_EQ((MethodCall{"ScaleQPX", {int32_t{8}, int32_t{6}, false}, "detail"}).Text(),
             "detail.ScaleQPX(8, 6, False)");
   EXPECT_EQ((MethodCall{"ScalingQPX", {int32_t{3}, int32_t{160}, int32_t{120}}}).Text(),
             "pic.ScalingQPX(3, 160, 120)");
@@ -1108,6 +1528,23 @@ TEST(CliPlumbingTest, RowYieldsOfScaling) {
   // Nil after five checks, when the new picture cannot be made: not counted.
   EXPECT_EQ(RowYields(scaling(2, 32768, 10), 5, 5), 0);
   EXPECT_EQ(RowYields(scaling(2, 10, 32768), 5, 5), 0);
+}
+
+TEST(CliPlumbingTest, RowYieldsOfDrawing) {
+  auto draw = [](double x, double y) {
+    return MethodCall{"DrawPictureFQPX", {static_cast<qpxhost::HostObject*>(nullptr), x, y, 1.0}};
+  };
+  // A check before the rows, one per row of the receiver and one after, wherever the picture
+  // lands.
+  EXPECT_EQ(RowYields(draw(10.5, -3.25), 640, 480), 482);
+  EXPECT_EQ(RowYields(draw(-5000, 9000), 1, 1), 3);
+  EXPECT_EQ(RowYields(draw(2147483647.5, -2147483648.0), 4, 3), 5);
+  // False before any check when a coordinate's floor is outside the 32-bit range.
+  for (const MethodCall& call :
+       {draw(std::nan(""), 0), draw(0, std::nan("")), draw(1e300, 0), draw(2147483648.0, 0),
+        draw(0, -2147483648.5), draw(-INFINITY, 0)}) {
+    EXPECT_EQ(RowYields(call, 640, 480), 0) << call.Text();
+  }
 }
 
 TEST(CliPlumbingTest, ResamplingModesByNumberAndName) {
@@ -1179,7 +1616,7 @@ TEST_P(CliMethodTest, BlurWithRadiusZeroHandsBackTheReceiver) {
   const qpxhost::CallResult result = host_->Call("BlurQPX", picture.get(), {0.0});
   EXPECT_EQ(result.picture, picture.get());
   if (result.picture != nullptr) host_->Unlock(result.picture);
-  const Image output = RunMethod(*host_, picture.get(), {"BlurQPX", {0.0}}, 0);
+  const Image output = RunToImage(*host_, picture.get(), {"BlurQPX", {0.0}}, 0);
   EXPECT_TRUE(output.rgba == input.rgba);
   EXPECT_EQ(host_->RefCount(picture.get()), 1);
 }
@@ -1198,7 +1635,7 @@ TEST_P(CliMethodTest, ScaleYieldsAsTheProgressBarCounts) {
     SCOPED_TRACE(call.Text());
     int yields = 0;
     host_->onYield = [&] { ++yields; };
-    const Image output = RunMethod(*host_, picture.get(), call, kYieldEveryRow);
+    const Image output = RunToImage(*host_, picture.get(), call, kYieldEveryRow);
     EXPECT_EQ(yields, RowYields(call, input.width, input.height));
     EXPECT_EQ(output.width, std::get<int32_t>(call.arguments[0]));
     EXPECT_EQ(output.height, std::get<int32_t>(call.arguments[1]));
@@ -1220,7 +1657,7 @@ TEST_P(CliMethodTest, ScalingYieldsAsTheProgressBarCounts) {
       const MethodCall call{"ScalingQPX", {mode, width, height}};
       SCOPED_TRACE(call.Text());
       yields = 0;
-      const Image output = RunMethod(*host_, picture.get(), call, kYieldEveryRow);
+      const Image output = RunToImage(*host_, picture.get(), call, kYieldEveryRow);
       EXPECT_EQ(yields, RowYields(call, input.width, input.height));
       EXPECT_EQ(output.width, width);
       EXPECT_EQ(output.height, height);
@@ -1252,6 +1689,67 @@ TEST_P(CliMethodTest, ScalingYieldsAsTheProgressBarCounts) {
   EXPECT_EQ(yields, 0);
   EXPECT_EQ(RowYields(wide, 1, 16385), 0);
   host_->onYield = nullptr;
+}
+
+// Needs the module's DrawPictureFQPX.
+TEST_P(CliMethodTest, DrawYieldsAsTheProgressBarCounts) {
+  const Image destinationImage = RandomImage(7, 5, false, 51);
+  PictureRef picture = ImageToPicture(*host_, RandomImage(3, 2, true, 52), {});
+  ASSERT_NE(picture->mask, nullptr);
+  int yields = 0;
+  host_->onYield = [&] { ++yields; };
+  for (const auto& [x, y, opacity] : {std::tuple{1.0, 2.0, 1.0},
+                                      {-0.5, 3.75, 0.5},
+                                      {-100.0, 100.0, 2.0},
+                                      {2147483647.5, -2147483648.0, 1.0}}) {
+    PictureRef destination = ImageToPicture(*host_, destinationImage, {});
+    const MethodCall call{"DrawPictureFQPX", {picture.get(), x, y, opacity}, "dest", "pic"};
+    SCOPED_TRACE(call.Text());
+    yields = 0;
+    const PictureRef drawn = RunMethod(*host_, destination.get(), call, kYieldEveryRow);
+    EXPECT_EQ(drawn.get(), destination.get());  // drawn in place
+    EXPECT_EQ(host_->RefCount(destination.get()), 2);
+    EXPECT_EQ(yields, 7);
+    EXPECT_EQ(yields, RowYields(call, destinationImage.width, destinationImage.height));
+    yields = 0;
+    RunMethod(*host_, destination.get(), call, 0);
+    EXPECT_EQ(yields, 0);
+  }
+  // False, before any yield, which the bar does not count.
+  PictureRef destination = ImageToPicture(*host_, destinationImage, {});
+  for (const double x : {std::nan(""), 1e300, 2147483648.0, -2147483648.5}) {
+    const MethodCall call{"DrawPictureFQPX", {picture.get(), x, 0.0, 1.0}, "dest", "pic"};
+    SCOPED_TRACE(call.Text());
+    yields = 0;
+    try {
+      RunMethod(*host_, destination.get(), call, kYieldEveryRow);
+      ADD_FAILURE() << "no error";
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(e.what(), call.Text() + " answered False");
+    }
+    EXPECT_EQ(yields, 0);
+    EXPECT_EQ(RowYields(call, destinationImage.width, destinationImage.height), 0);
+  }
+  EXPECT_EQ(host_->RefCount(destination.get()), 1);
+  EXPECT_EQ(host_->RefCount(picture.get()), 1);
+  EXPECT_EQ(host_->RefCount(picture->mask), 1);
+  host_->onYield = nullptr;
+}
+
+// Needs the module's DrawPictureFQPX.
+TEST_P(CliMethodTest, RaisedExceptionIsAnErrorNamingIt) {
+  PictureRef destination = ImageToPicture(*host_, RandomImage(4, 3, false), {});
+  const MethodCall call{
+      "DrawPictureFQPX", {static_cast<qpxhost::HostObject*>(nullptr), 1.0, 2.0}, "dest"};
+  try {
+    RunMethod(*host_, destination.get(), call, 0);
+    ADD_FAILURE() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(),
+                 "dest.DrawPictureFQPX(Nil, 1.0, 2.0) raised NilObjectException: picture "
+                 "is nil");
+  }
+  EXPECT_EQ(host_->RefCount(destination.get()), 1);
 }
 
 TEST(CliPlumbingTest, NilResultIsAnErrorNamingTheCall) {

@@ -236,6 +236,38 @@ TEST_F(ImageFileTest, WriteWithoutAlphaDropsIt) {
   EXPECT_EQ(back.rgba, (Bytes{10, 20, 30, 255, 40, 50, 60, 255}));
 }
 
+TEST_F(ImageFileTest, GrayWriteKeepsTheRedChannel) {
+  const Image image = SampleImage(5, 4, true);
+  WriteGrayPng(Path("gray.png"), image);
+  EXPECT_EQ(ReadBytes(Path("gray.png"))[25], PNG_COLOR_TYPE_GRAY);
+  const Image back = ReadOk(Path("gray.png"));
+  EXPECT_EQ(back.width, 5);
+  EXPECT_EQ(back.height, 4);
+  EXPECT_FALSE(back.hasAlpha);
+  for (size_t i = 0; i < image.rgba.size(); i += 4) {
+    const uint8_t red = image.rgba[i];
+    EXPECT_EQ(Bytes(&back.rgba[i], &back.rgba[i] + 4), (Bytes{red, red, red, 255})) << i / 4;
+  }
+  EXPECT_EQ(Entries(), Names{"gray.png"});
+}
+
+TEST_F(ImageFileTest, GrayWriteFailureKeepsExistingFile) {
+  const Bytes old = {'o', 'l', 'd'};
+  WriteBytes(Path("gray.png"), old);
+  Image image = SampleImage(2, 2, false);
+  image.height = 3;
+  try {
+    WriteGrayPng(Path("gray.png"), image);
+    ADD_FAILURE() << "no error";
+  } catch (const ImageError& e) {
+    EXPECT_EQ(std::string(e.what()),
+              "cannot write '" + Path("gray.png") +
+                  "': pixel buffer holds 16 bytes instead of width * height * 4");
+  }
+  EXPECT_EQ(ReadBytes(Path("gray.png")), old);
+  EXPECT_EQ(Entries(), Names{"gray.png"});
+}
+
 TEST_F(ImageFileTest, WriteReplacesExistingFileWithUsualPermissions) {
   WriteBytes(Path("out.png"), {'o', 'l', 'd'});
   const mode_t oldMask = umask(022);
