@@ -4,12 +4,15 @@
 // shared machine wall time also counts waits for a core.
 //
 // Besides Google Benchmark's flags it takes
-//   --plain_module=PATH       a build of the module with QPX_PLAIN_LOOPS, whose ScalingQPX is
-//                             timed too, on a desktop host (cases Scaling/desktop/JOB/plain/MODE)
+//   --plain_module=PATH       a build of the module with QPX_PLAIN_LOOPS, whose ScalingQPX and
+//                             DrawPictureFQPX are timed too, on a desktop host (cases
+//                             Scaling/desktop/JOB/plain/MODE, Draw/desktop/JOB/plain/MASK)
 //   --scaling_min_time=SECS   seconds each ScalingQPX case runs at least, per repetition
 //                             (default 0.1)
 //   --scaling_repetitions=N   repetitions of each ScalingQPX case (default: as many as
 //                             --benchmark_repetitions asks for)
+//   --draw_min_time=SECS      seconds each DrawPictureFQPX and cairo case runs at least, per
+//                             repetition (default 0.5)
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -27,12 +30,16 @@
 #ifdef QPX_BENCH_VIPS
 #include <vips/version.h>
 #endif
+#ifdef QPX_BENCH_CAIRO
+#include <cairo.h>
+#endif
 
 namespace {
 
 struct Options {
   std::string plainModule;
   qpxbench::RunLength scaling;
+  qpxbench::RunLength draw{0.5};
 };
 
 // The value of `--name=VALUE` in `argument`, if that is what it is.
@@ -55,6 +62,13 @@ bool BadValue(const char* program, const char* flag, const char* wanted) {
   return false;
 }
 
+// Sets `length`'s minimum time from the value of `--flag`; false after saying it is bad.
+bool SetMinTime(const char* program, const char* flag, const std::string& value,
+                qpxbench::RunLength& length) {
+  length.minTime = PositiveNumber(value);
+  return length.minTime > 0 || BadValue(program, flag, "a positive number of seconds");
+}
+
 // Reads this program's own flags from what Google Benchmark left; false after naming the first
 // argument that is none of them.
 bool ParseOptions(int argc, char** argv, Options& options) {
@@ -62,9 +76,9 @@ bool ParseOptions(int argc, char** argv, Options& options) {
     if (auto path = FlagValue(argv[i], "plain_module")) {
       options.plainModule = *path;
     } else if (auto seconds = FlagValue(argv[i], "scaling_min_time")) {
-      options.scaling.minTime = PositiveNumber(*seconds);
-      if (options.scaling.minTime <= 0)
-        return BadValue(argv[0], "scaling_min_time", "a positive number of seconds");
+      if (!SetMinTime(argv[0], "scaling_min_time", *seconds, options.scaling)) return false;
+    } else if (auto seconds = FlagValue(argv[i], "draw_min_time")) {
+      if (!SetMinTime(argv[0], "draw_min_time", *seconds, options.draw)) return false;
     } else if (auto count = FlagValue(argv[i], "scaling_repetitions")) {
       const double repetitions = PositiveNumber(*count);
       options.scaling.repetitions = static_cast<int>(repetitions);
@@ -93,18 +107,24 @@ void RegisterAll(const Options& options) {
     qpxbench::RegisterBlurBenchmarks(app, name);
     qpxbench::RegisterScaleBenchmarks(app, name);
     qpxbench::RegisterScalingBenchmarks(app, name, normal, options.scaling);
+    qpxbench::RegisterDrawBenchmarks(app, name, normal, options.draw);
   }
   // The plain loops on one kind of host only: they are slow, and the kinds differ only in how
   // pixels are reached, not in the loops.
   if (!options.plainModule.empty()) {
-    qpxbench::RegisterScalingBenchmarks(qpxhost::AppKind::Desktop, "desktop",
-                                        {options.plainModule, "/plain"}, options.scaling);
+    const qpxbench::ModuleBuild plain{options.plainModule, "/plain"};
+    qpxbench::RegisterScalingBenchmarks(qpxhost::AppKind::Desktop, "desktop", plain,
+                                        options.scaling);
+    qpxbench::RegisterDrawBenchmarks(qpxhost::AppKind::Desktop, "desktop", plain, options.draw);
   }
 #ifdef QPX_BENCH_OPENCV
   qpxbench::RegisterOpenCVBenchmarks();
 #endif
 #ifdef QPX_BENCH_VIPS
   qpxbench::RegisterVipsBenchmarks();
+#endif
+#ifdef QPX_BENCH_CAIRO
+  qpxbench::RegisterCairoBenchmarks(options.draw);
 #endif
 }
 
@@ -116,11 +136,18 @@ int main(int argc, char** argv) {
   if (!ParseOptions(argc, argv, options)) return 1;
   benchmark::AddCustomContext("picture", qpxbench::kLarge.Name());
   benchmark::AddCustomContext("small_picture", qpxbench::kSmall.Name());
+  for (const qpxbench::DrawJob& job : qpxbench::kDrawJobs) {
+    char where[96];
+    std::snprintf(where, sizeof where, "%s at (%g, %g)", job.picture.Name().c_str(), job.x, job.y);
+    benchmark::AddCustomContext(std::string("draw_") + job.name, where);
+  }
   benchmark::AddCustomContext("plain_module",
                               options.plainModule.empty() ? "not given" : options.plainModule);
   char minTime[32];
   std::snprintf(minTime, sizeof minTime, "%g", options.scaling.minTime);
   benchmark::AddCustomContext("scaling_min_time", minTime);
+  std::snprintf(minTime, sizeof minTime, "%g", options.draw.minTime);
+  benchmark::AddCustomContext("draw_min_time", minTime);
   benchmark::AddCustomContext("scaling_repetitions",
                               options.scaling.repetitions > 0
                                   ? std::to_string(options.scaling.repetitions)
@@ -134,6 +161,11 @@ int main(int argc, char** argv) {
   benchmark::AddCustomContext("libvips", VIPS_VERSION);
 #else
   benchmark::AddCustomContext("libvips", "not built in");
+#endif
+#ifdef QPX_BENCH_CAIRO
+  benchmark::AddCustomContext("cairo", cairo_version_string());
+#else
+  benchmark::AddCustomContext("cairo", "not built in");
 #endif
   RegisterAll(options);
   benchmark::RunSpecifiedBenchmarks();

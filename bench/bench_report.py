@@ -18,8 +18,15 @@ ScalingQPX's tables, one per job, give for every mode its time on the normal bui
 loops) and on the build with plain loops, each as a ratio to the fastest Pillow or libvips
 resize with the same kernel; a mode meets its target when its normal build is no slower than
 that peer. Modes 4 and 7 have no peer with their kernel and are held against Lanczos 3's
-peers, the closest, without a verdict. OpenCV's rows stand for reference only. Exit status 1
-when a case failed (its message is printed). Python standard library only.
+peers, the closest, without a verdict. OpenCV's rows stand for reference only.
+
+DrawPictureFQPX's table gives, for a 2000 x 2000 picture and a 64 x 64 sprite drawn onto a
+4000 x 3000 receiver, without and with the picture's mask, its time on the normal build and
+on the build with plain loops, each as a ratio to the fastest way cairo draws the same and to
+a copy of the receiver's rows. The picture meets its target when the normal build is no
+slower than cairo; the sprite, which DrawPictureFQPX draws by rewriting the whole receiver,
+when it is within 2 x the copy. Exit status 1 when a case failed (its message is printed).
+Python standard library only.
 """
 
 import argparse
@@ -46,8 +53,19 @@ SCALE_PEERS = {
     "nearest": ("Pillow/NEAREST/enlarge", "OpenCV/nearest/enlarge",
                 "OpenCV/nearest/enlarge/new-output", "libvips/nearest/enlarge"),
 }
-PEER_TARGET = 1.0  # ScaleQPX and ScalingQPX over the fastest peer
+PEER_TARGET = 1.0  # ScaleQPX, ScalingQPX and DrawPictureFQPX over the fastest peer
 READ_WRITE_TARGET = 2.0  # the shrink over the floor of the bytes it must read and write
+SPRITE_TARGET = 2.0  # DrawPictureFQPX's sprite over the copy of the receiver's bytes
+
+# DrawPictureFQPX's jobs, each without and with the picture's mask, and cairo's ways of drawing
+# the same, by case name cairo/JOB/SOURCE.
+DRAW_JOBS = ("picture", "sprite")
+DRAW_MASKS = ("no-mask", "mask")
+CAIRO_SOURCES = {
+    "no-mask": (("no-mask", "cairo, RGB24 picture"),
+                ("no-mask/argb32", "cairo, ARGB32 picture, alpha 255")),
+    "mask": (("mask", "cairo, ARGB32 picture, mask's opacity as premultiplied alpha"),),
+}
 
 SCALING_MODES = {1: "triangle", 2: "box", 3: "Lanczos 3", 4: "Lanczos 8", 5: "Mitchell",
                  6: "cubic a=-0.75", 7: "6-point cubic"}
@@ -156,7 +174,10 @@ def load_pillow_resize(path):
 
 
 def cell(value):
-    return "n/a" if value is None else f"{value:.1f}"
+    """Milliseconds to one decimal; below 0.1 ms (cairo's sprite), to three."""
+    if value is None:
+        return "n/a"
+    return f"{value:.1f}" if value >= 0.1 else f"{value:.3f}"
 
 
 def quotient(ours, other):
@@ -227,22 +248,28 @@ def new_picture_floors(times, size):
             for app in APPS]
 
 
-def verdict(ms, fastest, read_write):
-    """Whether a ScaleQPX row meets its targets, and by how much it misses them."""
+def judged(ms, limits, missing="no peer"):
+    """Whether a row of `ms` meets its limits, (denominator ms, target ratio, what it is) each,
+    and by how much it misses them; `missing` when no denominator was timed."""
     if ms is None:
         return "not measured"
-    to_peer = quotient(ms, fastest[0])
-    to_floor = quotient(ms, read_write)
-    if to_peer is None:
-        return "no peer"
-    misses = []
-    # Judged as printed: a row that reads 1.00 meets the target.
-    to_peer = round(to_peer, 2)
-    if to_peer > PEER_TARGET:
-        misses.append(f"{to_peer:.2f} x {fastest[1]}")
-    if to_floor is not None and to_floor > READ_WRITE_TARGET:
-        misses.append(f"{to_floor:.2f} x read+write floor (target {READ_WRITE_TARGET:g})")
+    known = [(quotient(ms, denominator), target, what) for denominator, target, what in limits
+             if quotient(ms, denominator) is not None]
+    if not known:
+        return missing
+    # Judged as printed: a row that reads 1.00 meets a target of 1.
+    misses = [f"{value:.2f} x {what}" for value, target, what in known
+              if round(value, 2) > target]
     return "missed: " + ", ".join(misses) if misses else "met"
+
+
+def verdict(ms, fastest, read_write):
+    """Whether a ScaleQPX or ScalingQPX row meets its targets, and by how much it misses them."""
+    if ms is not None and quotient(ms, fastest[0]) is None:
+        return "no peer"
+    return judged(ms, [(fastest[0], PEER_TARGET, fastest[1]),
+                       (read_write, READ_WRITE_TARGET,
+                        f"read+write floor (target {READ_WRITE_TARGET:g})")])
 
 
 def scale_table(context, times, pillow_note):
@@ -264,6 +291,34 @@ def scale_table(context, times, pillow_note):
     print()
     for job, description in JOBS.items():
         print(f"- {job}: {description}")
+
+
+def plain_cells(ours, plain, denominators):
+    """The plain loops' cells of a row: their time and its ratios to `denominators`; blank on
+    a peer's row."""
+    if not ours:
+        cells = [""] * (1 + len(denominators))
+    elif plain is None:
+        cells = ["not run"] + [""] * len(denominators)
+    else:
+        cells = [cell(plain)] + [ratio(plain, denominator) for denominator in denominators]
+    return " | ".join(cells)
+
+
+def note_miss(misses, what, ms, target):
+    """Adds a row of ours that misses its target or was not measured to `misses`."""
+    if target.startswith("missed") or target == "not measured":
+        misses.append(f"{what}: {cell(ms)} ms, {target.removeprefix('missed: ')}")
+
+
+def print_misses(misses, method, all_met):
+    if misses:
+        print(f"{method} rows missing the target or not measured:")
+        print()
+        for miss in misses:
+            print(f"- {miss}")
+    else:
+        print(all_met)
 
 
 def scaling_rows(mode, resize, times):
@@ -309,27 +364,68 @@ def scaling_table(context, times, pillow_note):
         for mode, kernel in SCALING_MODES.items():
             rows, fastest = scaling_rows(mode, resize, times)
             for text, ms, plain, target in rows:
-                if not text.startswith("ScalingQPX"):
-                    plain_cells = " | "
-                elif plain is None:
-                    plain_cells = "not run | "
-                else:
-                    plain_cells = f"{cell(plain)} | {ratio(plain, fastest[0])}"
+                plain_part = plain_cells(text.startswith("ScalingQPX"), plain, [fastest[0]])
                 print(f"| {mode} {kernel} | {text} | {cell(ms)} | {ratio(ms, fastest[0])} "
-                      f"| {plain_cells} | {target} |")
-                if target.startswith("missed") or target == "not measured":
-                    misses.append(f"{resize} mode {mode} ({kernel}), {text}: {cell(ms)} ms, "
-                                  f"{target.removeprefix('missed: ')}")
+                      f"| {plain_part} | {target} |")
+                note_miss(misses, f"{resize} mode {mode} ({kernel}), {text}", ms, target)
         for text, ms in new_picture_floors(times, output):
             print(f"| | {text} | {cell(ms)} | | | | |")
     print()
-    if misses:
-        print("ScalingQPX rows missing the target or not measured:")
-        print()
-        for miss in misses:
-            print(f"- {miss}")
-    else:
-        print("Every ScalingQPX row with a peer of its kernel meets the target.")
+    print_misses(misses, "ScalingQPX", "Every ScalingQPX row with a peer of its kernel meets the "
+                 "target.")
+
+
+def draw_rows(job, mask, times):
+    """The rows of a job with or without mask as (label, ms, copy floor, plain loops ms or
+    None, target), and its fastest cairo peer as (ms, label). The whole picture is held
+    against cairo; the sprite, which cairo draws by touching its own few pixels while
+    DrawPictureFQPX rewrites every pixel of the receiver, against the copy of the receiver."""
+    copies = {app: times.get(f"Copy/{app}") for app in APPS}
+    peers = [(text, times.get(f"cairo/{job}/{name}")) for name, text in CAIRO_SOURCES[mask]]
+    fastest = fastest_of(peers)
+    rows = []
+    for app in APPS:
+        ms = times.get(f"Draw/{app}/{job}/{mask}")
+        if job == "sprite":
+            target = judged(ms, [(copies[app], SPRITE_TARGET,
+                                  f"copy floor (target {SPRITE_TARGET:g})")], "no floor")
+        else:
+            target = judged(ms, [(fastest[0], PEER_TARGET, fastest[1])])
+        rows.append((f"DrawPictureFQPX {app}", ms, copies[app],
+                     times.get(f"Draw/{app}/{job}/plain/{mask}"), target))
+    rows += [(text, ms, least(copies.values()), None, "") for text, ms in peers]
+    return rows, fastest
+
+
+def draw_table(context, times):
+    print(f"DrawPictureFQPX and cairo {context.get('cairo', 'n/a')}, yield 0, alpha 0.5, median "
+          f"of repetitions of at least {context.get('draw_min_time', '?')} s, onto a "
+          f"{context.get('picture', '4000x3000')} receiver in place: picture "
+          f"{context.get('draw_picture', '?')}, sprite {context.get('draw_sprite', '?')}; "
+          "floor: every row of the receiver copied into another picture; plain loops from "
+          f"{context.get('plain_module', 'n/a')} (desktop only)")
+    print()
+    print("| job | mask | who | ms | / fastest cairo | / copy floor | plain loops ms "
+          "| plain / fastest cairo | plain / copy floor | target |")
+    print("|---|---|---|---:|---:|---:|---:|---:|---:|---|")
+    misses = []
+    for job in DRAW_JOBS:
+        for mask in DRAW_MASKS:
+            rows, fastest = draw_rows(job, mask, times)
+            for text, ms, copy, plain, target in rows:
+                plain_part = plain_cells(text.startswith("DrawPictureFQPX"), plain,
+                                         [fastest[0], copy])
+                print(f"| {job} | {mask} | {text} | {cell(ms)} | {ratio(ms, fastest[0])} "
+                      f"| {ratio(ms, copy)} | {plain_part} | {target} |")
+                note_miss(misses, f"{job}, {mask}, {text}", ms, target)
+        for app in APPS:
+            print(f"| {job} | | copy floor, {app} | {cell(times.get(f'Copy/{app}'))} "
+                  "| | | | | | |")
+    print()
+    print(f"Targets: the picture no slower than the fastest cairo way (at most {PEER_TARGET:g} x); "
+          f"the sprite within {SPRITE_TARGET:g} x the copy floor of its kind of host.")
+    print()
+    print_misses(misses, "DrawPictureFQPX", "Every DrawPictureFQPX row meets its target.")
 
 
 def main(argv):
@@ -347,6 +443,8 @@ def main(argv):
     scale_table(context, times, pillow_note)
     print()
     scaling_table(context, times, pillow_note)
+    print()
+    draw_table(context, times)
     for name, message in sorted(errors.items()):
         print(f"\nFAILED {name}: {message}")
     return 1 if errors else 0

@@ -1,6 +1,8 @@
 // The benchmark cases, registered by group, and the resize jobs the module and its peers share.
 #pragma once
 
+#include <benchmark/benchmark.h>
+
 #include <string>
 
 #include "host.h"
@@ -17,6 +19,22 @@ struct ScaleJob {
 inline constexpr ScaleJob kShrink{"shrink", kLarge, kSmall};
 inline constexpr ScaleJob kEnlarge{"enlarge", kSmall, kLarge};
 
+// DrawPictureFQPX's jobs: a picture of noise, with or without a mask of noise, drawn at a
+// fractional position with opacity kDrawAlpha onto a receiver of noise of kCanvas, in place.
+// The peers draw the same pictures onto the same receiver.
+struct DrawJob {
+  const char* name;
+  Size picture;
+  double x;
+  double y;
+};
+inline constexpr Size kCanvas = kLarge;
+inline constexpr double kDrawAlpha = 0.5;
+inline constexpr DrawJob kDrawPicture{"picture", {2000, 2000}, 10.25, 4.5};
+// Near the middle of the receiver, away from its edges.
+inline constexpr DrawJob kDrawSprite{"sprite", {64, 64}, 1968.25, 1468.5};
+inline constexpr DrawJob kDrawJobs[] = {kDrawPicture, kDrawSprite};
+
 // A build of the module: the normal one, whose pixel loops pick the widest vectors the
 // processor has, or one built with QPX_PLAIN_LOOPS, named on the command line.
 struct ModuleBuild {
@@ -27,11 +45,18 @@ struct ModuleBuild {
 
 // How long cases run, where they differ from the command line's: ScalingQPX's calls are
 // long, and 42 of its cases at the usual minimum time would make the run too long, while a few
-// more repetitions steady their medians on a shared machine.
+// more repetitions steady their medians on a shared machine; DrawPictureFQPX's 12 cases and
+// cairo's 6 would add too much at the usual minimum time as well.
 struct RunLength {
   double minTime = 0.1;  // seconds a repetition, at least
   int repetitions = 0;   // 0: as many as --benchmark_repetitions asks for
 };
+
+// Gives `cases` that run length.
+inline void SetRunLength(benchmark::internal::Benchmark* cases, RunLength length) {
+  cases->MinTime(length.minTime);
+  if (length.repetitions > 0) cases->Repetitions(length.repetitions);
+}
 
 // Runs under a host of kind `app`.
 void RegisterFloorBenchmarks(qpxhost::AppKind app, const char* appName);
@@ -39,9 +64,12 @@ void RegisterBlurBenchmarks(qpxhost::AppKind app, const char* appName);
 void RegisterScaleBenchmarks(qpxhost::AppKind app, const char* appName);
 void RegisterScalingBenchmarks(qpxhost::AppKind app, const char* appName, const ModuleBuild& module,
                                RunLength length);
+void RegisterDrawBenchmarks(qpxhost::AppKind app, const char* appName, const ModuleBuild& module,
+                            RunLength length);
 
 // Other libraries, when built in.
 void RegisterOpenCVBenchmarks();
 void RegisterVipsBenchmarks();
+void RegisterCairoBenchmarks(RunLength length);
 
 }  // namespace qpxbench

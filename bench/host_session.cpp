@@ -19,7 +19,11 @@ qpxhost::HostConfig ConfigFor(qpxhost::AppKind app) {
 
 // Tells calls apart, for checking each once.
 std::string Describe(const MethodCall& call) {
-  std::string text = call.method + " on " + call.source.Name() + " (";
+  std::string text =
+      call.method + " on " + call.source.Name() + (call.result ? "" : " in place") + " (";
+  if (call.picture) {
+    text += call.picture->size.Name() + (call.picture->masked ? " masked" : "") + ", ";
+  }
   for (const qpxhost::Value& argument : call.arguments) {
     std::visit(
         [&text](auto value) {
@@ -33,6 +37,38 @@ std::string Describe(const MethodCall& call) {
     text += ", ";
   }
   return text + ")";
+}
+
+// Gives `picture` a mask made by the host, as a host program's picture has one, with
+// MaskNoise's values as its gray levels.
+void AddNoiseMask(qpxhost::Host& host, qpxhost::HostPicture& picture) {
+  picture.mask = qpxhost::NewHostMask(host, picture);  // the picture's reference
+  const uint8_t* values = MaskNoise({picture.width, picture.height}).data();
+  for (int32_t y = 0; y < picture.height; ++y) {
+    for (int32_t x = 0; x < picture.width; ++x) {
+      const uint8_t value = *values++;
+      picture.mask->Set(x, y, {value, value, value, 255});
+    }
+  }
+}
+
+// What is wrong with the result of `call`: it has to be a new picture carrying one reference,
+// or true from a method drawing in place. Empty when nothing is.
+std::string ResultError(qpxhost::Host& host, const MethodCall& call,
+                        const qpxhost::CallResult& result, const qpxhost::HostPicture* source) {
+  if (!call.result) return result.boolean ? "" : call.method + " answered false";
+  auto* picture = dynamic_cast<qpxhost::HostPicture*>(result.picture);
+  if (result.picture == nullptr) return call.method + " returned nil";
+  if (picture == nullptr || picture == source || picture->width != call.result->width ||
+      picture->height != call.result->height) {
+    return call.method + " did not return a new picture of " + call.result->Name();
+  }
+  if (host.RefCount(picture) != 1) {
+    return call.method + " returned a picture with " + std::to_string(host.RefCount(picture)) +
+           " references";
+  }
+  if (picture->lockCount != 0) return call.method + " left its result locked";
+  return {};
 }
 
 }  // namespace
@@ -59,24 +95,67 @@ Session::Session(qpxhost::AppKind app, const std::string& module)
 }
 
 Session::~Session() {
+  for (auto& [argument, picture] : arguments_) host_.Unlock(picture);
   for (auto& [size, pictures] : pictures_) {
+    if (pictures.canvas != nullptr) host_.Unlock(pictures.canvas);
     host_.Unlock(pictures.target);
     host_.Unlock(pictures.source);
   }
 }
 
+qpxhost::HostPicture* Session::NoisePicture(Size size) {
+  qpxhost::HostPicture* picture = qpxhost::NewHostPicture(host_, size.width, size.height);
+  const uint8_t* noise = NoisePixels(size).data();
+  for (int32_t y = 0; y < size.height; ++y) {
+    std::memcpy(picture->Row(y), noise + static_cast<size_t>(y) * size.RowBytes(), size.RowBytes());
+  }
+  return picture;
+}
+
 Session::Pictures& Session::PicturesOf(Size size) {
   Pictures& pictures = pictures_[size];
   if (pictures.source == nullptr) {
-    pictures.source = qpxhost::NewHostPicture(host_, size.width, size.height);
+    pictures.source = NoisePicture(size);
     pictures.target = qpxhost::NewHostPicture(host_, size.width, size.height);
-    const uint8_t* noise = NoisePixels(size).data();
-    for (int32_t y = 0; y < size.height; ++y) {
-      std::memcpy(pictures.source->Row(y), noise + static_cast<size_t>(y) * size.RowBytes(),
-                  size.RowBytes());
-    }
   }
   return pictures;
+}
+
+qpxhost::HostPicture* Session::Canvas(Size size) {
+  Pictures& pictures = PicturesOf(size);
+  if (pictures.canvas == nullptr) pictures.canvas = NoisePicture(size);
+  return pictures.canvas;
+}
+
+qpxhost::HostPicture* Session::Argument(const PictureArgument& argument) {
+  qpxhost::HostPicture*& picture = arguments_[argument];
+  if (picture == nullptr) {
+    picture = NoisePicture(argument.size);
+    if (argument.masked) AddNoiseMask(host_, *picture);
+  }
+  return picture;
+}
+
+qpxhost::HostPicture* Session::Receiver(const MethodCall& call) {
+  return call.result ? Source(call.source) : Canvas(call.source);
+}
+
+std::vector<qpxhost::Value> Session::Arguments(const MethodCall& call) {
+  std::vector<qpxhost::Value> arguments;
+  if (call.picture) {
+    arguments.emplace_back(static_cast<qpxhost::HostObject*>(Argument(*call.picture)));
+  }
+  arguments.insert(arguments.end(), call.arguments.begin(), call.arguments.end());
+  return arguments;
+}
+
+std::vector<qpxhost::HostPicture*> Session::Handed(const MethodCall& call) {
+  std::vector<qpxhost::HostPicture*> handed{Receiver(call)};
+  if (call.picture) {
+    handed.push_back(Argument(*call.picture));
+    if (handed.back()->mask != nullptr) handed.push_back(handed.back()->mask);
+  }
+  return handed;
 }
 
 std::string Session::Check(const MethodCall& call) {
@@ -94,32 +173,32 @@ std::string Session::Check(const MethodCall& call) {
 }
 
 std::string Session::CheckedCall(const MethodCall& call) {
-  qpxhost::HostPicture* source = Source(call.source);
-  const int sourceRefs = host_.RefCount(source);
+  qpxhost::HostPicture* receiver = Receiver(call);
+  const std::vector<qpxhost::HostPicture*> handed = Handed(call);
+  std::vector<int> handedRefs;
+  for (const qpxhost::HostPicture* picture : handed) handedRefs.push_back(host_.RefCount(picture));
   const size_t objects = host_.LiveObjectCount();
   const size_t problems = host_.problems().size();
   const size_t raised = host_.raisedExceptions.size();
-  const qpxhost::CallResult result = host_.Call(call.method, source, call.arguments);
-  auto* picture = dynamic_cast<qpxhost::HostPicture*>(result.picture);
-  std::string error;
-  if (result.picture == nullptr) {
-    error = call.method + " returned nil";
-  } else if (picture == nullptr || picture == source || picture->width != call.result.width ||
-             picture->height != call.result.height) {
-    error = call.method + " did not return a new picture of " + call.result.Name();
-  } else if (host_.RefCount(picture) != 1) {
-    error = call.method + " returned a picture with " + std::to_string(host_.RefCount(picture)) +
-            " references";
-  } else if (picture->lockCount != 0) {
-    error = call.method + " left its result locked";
-  } else if (host_.problems().size() != problems) {
+  const qpxhost::CallResult result = host_.Call(call.method, receiver, Arguments(call));
+  std::string error = ResultError(host_, call, result, receiver);
+  if (error.empty() && host_.problems().size() != problems) {
     error = "host misuse: " + host_.problems().back();
-  } else if (host_.raisedExceptions.size() != raised) {
+  } else if (error.empty() && host_.raisedExceptions.size() != raised) {
     error = call.method + " raised " + host_.raisedExceptions.back().className;
   }
   // A receiver handed back without a reference of its own must stay alive for the cases after.
-  if (result.picture != nullptr && (picture != source || host_.RefCount(source) > sourceRefs)) {
+  if (result.picture != nullptr &&
+      (result.picture != receiver || host_.RefCount(receiver) > handedRefs.front())) {
     host_.Unlock(result.picture);
+  }
+  for (size_t i = 0; i < handed.size() && error.empty(); ++i) {
+    if (host_.RefCount(handed[i]) != handedRefs[i] || handed[i]->lockCount != 0) {
+      error = call.method + " left a picture it was handed with " +
+              std::to_string(host_.RefCount(handed[i])) + " references (had " +
+              std::to_string(handedRefs[i]) + "), locked " + std::to_string(handed[i]->lockCount) +
+              " times";
+    }
   }
   if (error.empty() && host_.LiveObjectCount() != objects) {
     error = call.method + " left " + std::to_string(host_.LiveObjectCount() - objects) +
@@ -143,13 +222,15 @@ void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodC
     return;
   }
   qpxhost::Host& host = session->host();
-  qpxhost::HostPicture* source = session->Source(call.source);
+  qpxhost::HostPicture* receiver = session->Receiver(call);
+  const std::vector<qpxhost::Value> arguments = session->Arguments(call);
   for (auto _ : state) {
-    const qpxhost::CallResult result = host.Call(call.method, source, call.arguments);
-    benchmark::DoNotOptimize(result.picture);
-    host.Unlock(result.picture);
+    const qpxhost::CallResult result = host.Call(call.method, receiver, arguments);
+    benchmark::DoNotOptimize(result);
+    if (result.picture != nullptr) host.Unlock(result.picture);
   }
-  SetCounters(state, call.result.Pixels());
+  // A method drawing in place computes every pixel of its receiver.
+  SetCounters(state, call.result.value_or(call.source).Pixels());
 }
 
 void CopyRows(qpxhost::HostPicture& from, qpxhost::HostPicture& to) {

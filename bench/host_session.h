@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,13 +17,25 @@
 
 namespace qpxbench {
 
-// One call of a registered "Picture" method on a picture of noise, and the size of the new
-// picture it has to give.
+// A picture of noise handed to a method as an argument, made once per session; with a mask of
+// MaskNoise's values when `masked`.
+struct PictureArgument {
+  Size size;
+  bool masked = false;
+  auto operator<=>(const PictureArgument&) const = default;
+};
+
+// One call of a registered "Picture" method on a picture of noise, and what it has to give.
 struct MethodCall {
   std::string method;
   Size source;
   std::vector<qpxhost::Value> arguments;
-  Size result;
+  // The size of the new picture the method has to give; none for a method that draws into its
+  // receiver in place and has to answer true. Such a method is called on the session's canvas,
+  // so that the noise the other cases read stays as made.
+  std::optional<Size> result;
+  // A picture handed before `arguments`, when there is one.
+  std::optional<PictureArgument> picture = std::nullopt;
 };
 
 // The module this program was built with.
@@ -46,19 +59,34 @@ class Session {
   qpxhost::HostPicture* Source(Size size) { return PicturesOf(size).source; }
   // A picture of that size for copies to write into.
   qpxhost::HostPicture* Target(Size size) { return PicturesOf(size).target; }
+  // A picture of noise of that size for methods to draw into, made on first use; what they
+  // draw stays in it.
+  qpxhost::HostPicture* Canvas(Size size);
+  // The picture `argument` asks for, made on first use and then the same for every case.
+  qpxhost::HostPicture* Argument(const PictureArgument& argument);
+
+  // The picture `call` is made on, and the arguments it is given.
+  qpxhost::HostPicture* Receiver(const MethodCall& call);
+  std::vector<qpxhost::Value> Arguments(const MethodCall& call);
 
   // Makes `call` once outside the timing (the first time it is asked for this kind of host and
   // module, over all sessions); an empty string when it gave a new picture of the expected size
-  // that carries exactly one reference and left the host as it found it, otherwise what went
-  // wrong.
+  // that carries exactly one reference (or, drawing in place, answered true), left the pictures
+  // it was handed with the references and locks they had and the host as it found it, otherwise
+  // what went wrong.
   std::string Check(const MethodCall& call);
 
  private:
   struct Pictures {
     qpxhost::HostPicture* source = nullptr;
     qpxhost::HostPicture* target = nullptr;
+    qpxhost::HostPicture* canvas = nullptr;
   };
   Pictures& PicturesOf(Size size);
+  // A new picture of that size with the noise of that size in it.
+  qpxhost::HostPicture* NoisePicture(Size size);
+  // The receiver, the picture argument and its mask: the pictures `call` is handed.
+  std::vector<qpxhost::HostPicture*> Handed(const MethodCall& call);
   std::string CheckedCall(const MethodCall& call);
 
   static inline std::unique_ptr<Session> current_;
@@ -69,10 +97,11 @@ class Session {
   std::string module_;
   qpxhost::Host host_;
   std::map<Size, Pictures> pictures_;
+  std::map<PictureArgument, qpxhost::HostPicture*> arguments_;
 };
 
-// Times `call` on a host of kind `app` with `module` loaded, releasing the new picture inside
-// the timing as a host program would: a caller pays for it too. Skips the case, with the
+// Times `call` on a host of kind `app` with `module` loaded, releasing a new picture inside the
+// timing as a host program would: a caller pays for it too. Skips the case, with the
 // reason, when the checked call fails.
 void TimeMethodCall(benchmark::State& state, qpxhost::AppKind app, const MethodCall& call,
                     const std::string& module = NormalModulePath());

@@ -1,5 +1,5 @@
-// Picture sizes and the noise every benchmark fills its pictures with, so that the module and
-// the other libraries work on the same bytes.
+// Picture sizes and the noise every benchmark fills its pictures and masks with, so that the
+// module and the other libraries work on the same bytes.
 #pragma once
 
 #include <compare>
@@ -38,5 +38,9 @@ class Noise {
 // 4-byte pixels of noise, rows one after the other, made once per size: the same bytes as the
 // rows of a host picture of that size filled from the start of the stream.
 const std::vector<uint8_t>& NoisePixels(Size size);
+
+// One byte a pixel of noise from a stream of its own, made once per size: the values of a mask
+// (0 opaque, 255 transparent, as the host's masks have them).
+const std::vector<uint8_t>& MaskNoise(Size size);
 
 }  // namespace qpxbench

@@ -26,12 +26,10 @@ void RegisterScalingBenchmarks(qpxhost::AppKind app, const char* appName, const 
   for (const ScaleJob& job : {kShrink, kEnlarge}) {
     // Named Scaling/APP/JOB[SUFFIX]/MODE.
     const std::string name = std::string("Scaling/") + appName + "/" + job.name + module.suffix;
-    benchmark::internal::Benchmark* cases =
-        benchmark::RegisterBenchmark(name.c_str(), BM_Scaling, app, job, module.path)
-            ->DenseRange(1, kModes)
-            ->MinTime(length.minTime)
-            ->Unit(benchmark::kMillisecond);
-    if (length.repetitions > 0) cases->Repetitions(length.repetitions);
+    SetRunLength(benchmark::RegisterBenchmark(name.c_str(), BM_Scaling, app, job, module.path)
+                     ->DenseRange(1, kModes)
+                     ->Unit(benchmark::kMillisecond),
+                 length);
   }
 }
 
