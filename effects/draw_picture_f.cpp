@@ -30,9 +30,15 @@ bool FloorFitsInt32(double value) {
   return whole >= -2147483648.0 && whole <= 2147483647.0;
 }
 
+// Destination pixels along one axis that the picture, placed at `at`, covers.
+int64_t Overlap(int64_t at, int64_t size, int64_t destinationSize) {
+  return std::max<int64_t>(0, std::min(at + size, destinationSize) - std::max<int64_t>(at, 0));
+}
+
 // The offsets, fractions and weights, fixed before the first pixel. Each weight is multiplied
 // in the order written.
-void PlanDrawing(double x, double y, double alpha, bool masked, int64_t overlap, DrawPlan& plan) {
+void PlanDrawing(double x, double y, double alpha, bool masked, const PictureEditor& picture,
+                 const PictureEditor& destination, DrawPlan& plan) {
   plan.ix = TruncateToInt32(std::floor(x));
   plan.iy = TruncateToInt32(std::floor(y));
   const double fx = std::fabs(x - plan.ix);
@@ -52,12 +58,9 @@ void PlanDrawing(double x, double y, double alpha, bool masked, int64_t overlap,
     }
   }
   // A thousand multipliers to find: worth it only for a large overlap.
+  const int64_t overlap = Overlap(plan.ix, picture.width, destination.width) *
+                          Overlap(plan.iy, picture.height, destination.height);
   if (overlap >= kMaskedFixedPointArea) PlanFixedMaskWeights(plan);
-}
-
-// Destination pixels the picture's rectangle covers.
-int64_t Overlap(int64_t at, int64_t size, int64_t destinationSize) {
-  return std::max<int64_t>(0, std::min(at + size, destinationSize) - std::max<int64_t>(at, 0));
 }
 
 }  // namespace
@@ -85,11 +88,7 @@ bool DrawPictureFWith(REALpicture destination, REALpicture picture, double x, do
       destinationEditor.GetPictureEditor(destination, true, true) &&
       pictureEditor.GetPictureEditor(picture, true, false)) {
     DrawPlan plan;
-    const double ix = std::floor(x), iy = std::floor(y);
-    const int64_t overlap =
-        Overlap(static_cast<int64_t>(ix), pictureEditor.width, destinationEditor.width) *
-        Overlap(static_cast<int64_t>(iy), pictureEditor.height, destinationEditor.height);
-    PlanDrawing(x, y, alpha, mask != nullptr, overlap, plan);
+    PlanDrawing(x, y, alpha, mask != nullptr, pictureEditor, destinationEditor, plan);
     YieldData yielding{yieldInterval, 0};
     if (yielding.interval != 0) yielding.DoYield();
     DrawRows(plan, {destinationEditor, pictureEditor, maskEditor ? &*maskEditor : nullptr}, loops,

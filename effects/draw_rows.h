@@ -27,10 +27,11 @@ struct FixedWeights {
   uint16_t fraction[kNeighbours + 1] = {};
   uint16_t whole[kNeighbours + 1] = {};
   // With a mask: one per neighbour and mask value, for the effective weights, each part
-  // repeated in the four 16-bit lanes of a pixel.
+  // repeated in the four 16-bit lanes of a pixel. Filled only when found (left unset
+  // otherwise: the tables are large and most calls never read them).
   bool maskFound = false;
-  uint64_t maskFraction[kNeighbours][kMaskValues] = {};
-  uint64_t maskWhole[kNeighbours][kMaskValues] = {};
+  uint64_t maskFraction[kNeighbours][kMaskValues];
+  uint64_t maskWhole[kNeighbours][kMaskValues];
 };
 
 struct DrawPlan {
@@ -38,9 +39,10 @@ struct DrawPlan {
   int32_t iy = 0;
   double weight[kNeighbours] = {};
   // With a mask, each neighbour's effective weight for every mask value m,
-  // ((255 − m) × weight) / 255: the per-pixel division looked up instead of repeated.
+  // ((255 − m) × weight) / 255: the per-pixel division looked up instead of repeated. Set
+  // only for masked calls.
   bool masked = false;
-  double maskWeight[kNeighbours][kMaskValues] = {};
+  double maskWeight[kNeighbours][kMaskValues];
   // Without a mask, when every weight has one: integer multipliers giving the same shares.
   FixedWeights fixed;
 };
