@@ -7,18 +7,8 @@
 #include "host_services.h"
 #include "nice_bigger.h"
 #include "picture_methods.h"
+#include "picture_size.h"
 #include "yield_data.h"
-
-namespace {
-
-// A property of the picture, or 0 when it cannot be read.
-int32_t PictureSize(REALpicture picture, const char* property) {
-  int32_t value = 0;
-  if (picture == nullptr || !REALGetPropValueInt32(AsObject(picture), property, &value)) return 0;
-  return value;
-}
-
-}  // namespace
 
 REALpicture PictureResizeQPX(REALpicture source, int32_t width, int32_t height, int8_t antiAlias,
                              int32_t yieldTicks) {
