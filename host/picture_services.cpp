@@ -172,25 +172,32 @@ void Constructor(REALobject reference, int32_t width, int32_t height) {
   if (picture != nullptr && SizeAllowed(width, height)) picture->Allocate(width, height);
 }
 
-// A copy of the mask: the picture's own mask, or one made from its alpha channel. Nil when it
-// has neither.
+// A copy of the mask: the picture's own mask, at that mask's size (which the setter lets differ
+// from the picture's), or one the picture's size made from its alpha channel (255 - alpha). Nil
+// when the picture has neither.
 REALpicture CopyMask(REALpicture reference) {
   HostPicture* picture = AsPicture(reference, "Picture.CopyMask");
-  if (picture == nullptr || (picture->mask == nullptr && !picture->hasAlpha)) return nullptr;
+  if (picture == nullptr) return nullptr;
+  if (const HostPicture* mask = picture->mask) {
+    HostPicture* copy = NewHostMask(H(), *mask);
+    for (int32_t y = 0; y < mask->height; ++y) {
+      for (int32_t x = 0; x < mask->width; ++x) copy->Set(x, y, mask->Get(x, y));
+    }
+    return Ref(copy);
+  }
+  if (!picture->hasAlpha) return nullptr;
   HostPicture* copy = NewHostMask(H(), *picture);
   for (int32_t y = 0; y < picture->height; ++y) {
     for (int32_t x = 0; x < picture->width; ++x) {
-      RGBA value = picture->mask ? picture->mask->Get(x, y) : RGBA{};
-      if (!picture->mask) {
-        const uint8_t v = static_cast<uint8_t>(255 - picture->Get(x, y).a);
-        value = {v, v, v, 255};
-      }
-      if (x < copy->width && y < copy->height) copy->Set(x, y, value);
+      const auto v = static_cast<uint8_t>(255 - picture->Get(x, y).a);
+      copy->Set(x, y, {v, v, v, 255});
     }
   }
   return Ref(copy);
 }
 
+// Keeps `mask` as it is given, whatever its size; the module and qpx read a mask of another
+// size within its own bounds.
 void SetMask(REALpicture reference, REALpicture maskRef) {
   HostPicture* picture = AsPicture(reference, "Picture.Mask");
   HostPicture* mask = AsPicture(maskRef, "Picture.Mask");

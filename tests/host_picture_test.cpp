@@ -193,6 +193,35 @@ TEST_F(HostTest, CopyMaskAndMaskSetter) {
   host.Unlock(picture);
 }
 
+// A mask of another size is kept as given, and copied at its own size.
+TEST_F(HostTest, AMaskOfAnotherSizeIsKeptAndCopiedAtItsOwnSize) {
+  auto& host = Boot(Kind(AppKind::Desktop), false);
+  auto loadMethod = Service<REALLoadObjectMethodFn>("REALLoadObjectMethod");
+  HostPicture* picture = NewHostPicture(host, 4, 3);
+  HostPicture* small = NewHostPicture(host, 2, 5);
+  small->Set(1, 4, {77, 77, 77, 255});
+  auto setMask = reinterpret_cast<void (*)(REALpicture, REALpicture)>(
+      loadMethod(reinterpret_cast<REALobject>(picture), "Mask(assigns newMask As Picture)"));
+  ASSERT_NE(setMask, nullptr);
+  setMask(Ref(picture), Ref(small));
+  EXPECT_EQ(picture->mask, small);
+  EXPECT_EQ(host.RefCount(Ref(small)), 2);
+  auto copyMask = reinterpret_cast<REALpicture (*)(REALpicture)>(
+      loadMethod(reinterpret_cast<REALobject>(picture), "CopyMask as Picture"));
+  ASSERT_NE(copyMask, nullptr);
+  REALpicture copy = copyMask(Ref(picture));
+  ASSERT_NE(copy, nullptr);
+  auto* copied = dynamic_cast<HostPicture*>(host.Find(copy, "test"));
+  EXPECT_EQ(copied->width, 2);
+  EXPECT_EQ(copied->height, 5);
+  EXPECT_EQ(copied->Get(1, 4), (RGBA{77, 77, 77, 255}));
+  EXPECT_EQ(copied->Get(0, 0), (RGBA{0, 0, 0, 255}));
+  EXPECT_EQ(host.RefCount(copy), 1);
+  host.Unlock(copied);
+  host.Unlock(small);
+  host.Unlock(picture);
+}
+
 TEST_F(HostTest, GraphicsDrawPictureCopiesAndScales) {
   auto& host = Boot(Kind(AppKind::Desktop), false);
   auto getGraphics = Service<REALGetPictureGraphicsFn>("pluginPictureGraphicsGetter");
