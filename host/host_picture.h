@@ -85,7 +85,9 @@ class HostPicture : public HostObject {
   // False for a picture without pixels of its own to hand out (as the host's vector
   // pictures): its description never locks, though drawing it still renders it.
   bool lockable = true;
-  HostPicture* mask = nullptr;  // one reference held
+  // One reference held. Its size may differ from the picture's: the mask setter keeps what it
+  // is given, as the real host leaves that case to itself.
+  HostPicture* mask = nullptr;
   int clearCacheCount = 0;
   int lockCount = 0;         // descriptions locked and not yet unlocked
   int unmatchedUnlocks = 0;  // unlocks without a lock (older hosts' callers make these)
