@@ -34,13 +34,17 @@ bool OwnCopy(REALpicture destination, REALpicture source, int32_t, int32_t, int3
   if (LockPictureDescription(destination, &to, kPictureTypeConsole)) {
     const uintptr_t* s = ConsoleRecord(from);
     const uintptr_t* d = ConsoleRecord(to);
-    if (s != nullptr && d != nullptr && s[0] == 0 && d[0] == 0 && s[1] == d[1] && s[2] == d[2] &&
+    if (s != nullptr && d != nullptr && s[0] == 0 && d[0] == 0 &&
+        s[kConsoleRecordWidthSlot] == d[kConsoleRecordWidthSlot] &&
+        s[kConsoleRecordHeightSlot] == d[kConsoleRecordHeightSlot] &&
         ConsoleRowTable(s) != nullptr && ConsoleRowTable(d) != nullptr) {
       copied = true;
       uint8_t** sourceRows = ConsoleRowTable(s);
       uint8_t** destinationRows = ConsoleRowTable(d);
-      const size_t rowSize = s[1] * 4;
-      for (uintptr_t i = 0; i < s[2]; ++i) std::memcpy(destinationRows[i], sourceRows[i], rowSize);
+      const size_t rowSize = s[kConsoleRecordWidthSlot] * 4;
+      for (uintptr_t i = 0; i < s[kConsoleRecordHeightSlot]; ++i) {
+        std::memcpy(destinationRows[i], sourceRows[i], rowSize);
+      }
     }
     REALUnlockPictureDescription(destination);
   }

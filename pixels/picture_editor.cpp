@@ -10,6 +10,21 @@
 namespace {
 constexpr int32_t kMaxWriterSide = 32767;
 using ConstructorFn = void (*)(REALobject, int32_t, int32_t);
+
+// The module's own guard against a host handing out pixels it cannot walk: every size must
+// fit 32 bits and a bitmap row must hold its pixels. Such a picture does not open.
+bool BitmapContextIsConsistent(const BitmapContextInfo& info) {
+  return info.width <= INT32_MAX && info.height <= INT32_MAX && info.bytesPerRow <= INT32_MAX &&
+         info.bytesPerRow >= 4 * info.width;
+}
+// A console record must agree with its description, and its rows of 4-byte pixels must have a
+// byte count that fits 32 bits.
+bool ConsoleRecordIsConsistent(const REALpictureDescription& description, const uintptr_t* record) {
+  return description.width >= 0 && description.width <= INT32_MAX / 4 && description.height >= 0 &&
+         description.height <= INT32_MAX &&
+         record[kConsoleRecordWidthSlot] == static_cast<uintptr_t>(description.width) &&
+         record[kConsoleRecordHeightSlot] == static_cast<uintptr_t>(description.height);
+}
 }  // namespace
 
 PictureEditor::~PictureEditor() {
@@ -86,7 +101,7 @@ bool PictureEditor::OpenBitmapContext(REALpicture source) {
       hasAlpha ? (alphaInfo == 1 || alphaInfo == 2) : (alphaInfo >= 1 && alphaInfo <= 6);
   // Returns with the description still locked, as the host has always seen it do.
   if (!layoutOk) return false;
-  if (info.bitsPerPixel != 32) {
+  if (info.bitsPerPixel != 32 || !BitmapContextIsConsistent(info)) {
     REALUnlockPictureDescription(source);
     return false;
   }
@@ -127,7 +142,8 @@ bool PictureEditor::OpenConsoleRecord(REALpicture source) {
   IsConsole = 1;
   const uintptr_t* record = ConsoleRecord(description);
   if (description.pictureType != kPictureTypeConsole || record == nullptr || record[0] != 0 ||
-      record[kConsoleRecordRowTableFlagSlot] == 0 || record[kConsoleRecordRowTableSlot] == 0) {
+      record[kConsoleRecordRowTableFlagSlot] == 0 || record[kConsoleRecordRowTableSlot] == 0 ||
+      !ConsoleRecordIsConsistent(description, record)) {
     REALUnlockPictureDescription(source);
     return false;
   }

@@ -144,6 +144,8 @@ constexpr uint32_t kPictureTypeConsole = 10;
 
 // Console and web pictures: the record that a type-10 description points at is read as
 // pointer-sized slots.
+constexpr size_t kConsoleRecordWidthSlot = 1;
+constexpr size_t kConsoleRecordHeightSlot = 2;
 constexpr size_t kConsoleRecordRowTableFlagSlot = 1806;
 constexpr size_t kConsoleRecordRowTableSlot = 1807;
 constexpr size_t kConsoleRecordSlots = 1808;

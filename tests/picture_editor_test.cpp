@@ -212,6 +212,43 @@ FRESH_TEST(ConsoleRecord, NullRowTableIsRefused) {
   ExpectConsoleRecordRefused(1807, 0);
 }
 
+// A record whose size slots disagree with the size its description reports.
+FRESH_TEST(ConsoleRecord, WidthSlotOtherThanTheDescriptionsIsRefused) {
+  ExpectConsoleRecordRefused(1, 3);
+}
+FRESH_TEST(ConsoleRecord, HeightSlotOtherThanTheDescriptionsIsRefused) {
+  ExpectConsoleRecordRefused(2, 1);
+}
+
+// --- Bitmap contexts the editor refuses ------------------------------------------------------
+// A context whose sizes cannot be walked in 32 bits, or whose rows are shorter than their
+// pixels: the picture does not open and its description is unlocked again.
+void ExpectBitmapContextRefused(void (*spoil)(qpxhost::BitmapContext&)) {
+  ModuleHost env(Config(AppKind::Desktop));
+  HostPicture* picture = env.Picture(3, 2);
+  spoil(picture->context);
+  {
+    PictureReader reader;
+    EXPECT_FALSE(reader.GetPictureEditor(Ref(picture), false, false));
+    EXPECT_EQ(env.host.RefCount(picture), 1);
+  }
+  EXPECT_EQ(picture->lockCount, 0);
+  env.host.Unlock(picture);
+}
+
+FRESH_TEST(BitmapContext, RowsShorterThanTheirPixelsAreRefused) {
+  ExpectBitmapContextRefused([](qpxhost::BitmapContext& c) { c.bytesPerRow = 4 * c.width - 1; });
+}
+FRESH_TEST(BitmapContext, WidthBeyond32BitsIsRefused) {
+  ExpectBitmapContextRefused([](qpxhost::BitmapContext& c) { c.width = size_t{1} << 31; });
+}
+FRESH_TEST(BitmapContext, HeightBeyond32BitsIsRefused) {
+  ExpectBitmapContextRefused([](qpxhost::BitmapContext& c) { c.height = size_t{1} << 31; });
+}
+FRESH_TEST(BitmapContext, BytesPerRowBeyond32BitsIsRefused) {
+  ExpectBitmapContextRefused([](qpxhost::BitmapContext& c) { c.bytesPerRow = size_t{1} << 31; });
+}
+
 // --- The copy attempt ----------------------------------------------------------------------
 
 FRESH_TEST(CopyAttempt, UnlockablePictureOpensThroughADrawnCopy) {
