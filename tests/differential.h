@@ -25,19 +25,41 @@ struct ExpectedPicture {
     Receiver,    // the receiver itself, with one reference added
     NewPicture,  // a new picture, carrying one reference
   };
+  // NewPicture: what is asked of its mask.
+  enum class MaskCheck {
+    Unchecked,
+    Absent,   // it has none
+    Present,  // it has one, holding `maskPixels`
+  };
   Kind kind = Kind::Nil;
   RawPicture pixels;      // NewPicture: every byte of every row, in the result's layout
   bool hasAlpha = false;  // NewPicture: whether it has an alpha channel
+  MaskCheck maskCheck = MaskCheck::Unchecked;
+  RawPicture maskPixels;  // Present: every byte of the mask's rows, in its layout
 
   static ExpectedPicture Nil() { return {}; }
-  static ExpectedPicture Receiver() { return {Kind::Receiver, {}}; }
+  static ExpectedPicture Receiver() { return {Kind::Receiver, {}, false, {}, {}}; }
   static ExpectedPicture New(RawPicture pixels, bool hasAlpha = false) {
-    return {Kind::NewPicture, std::move(pixels), hasAlpha};
+    return {Kind::NewPicture, std::move(pixels), hasAlpha, {}, {}};
+  }
+  // This new picture, which must have no mask.
+  ExpectedPicture WithoutMask() const {
+    ExpectedPicture expected = *this;
+    expected.maskCheck = MaskCheck::Absent;
+    return expected;
+  }
+  // This new picture, whose mask (carrying only the picture's reference) must hold `mask`.
+  ExpectedPicture WithMask(RawPicture mask) const {
+    ExpectedPicture expected = *this;
+    expected.maskCheck = MaskCheck::Present;
+    expected.maskPixels = std::move(mask);
+    return expected;
   }
 };
 
 // Calls `method` on `receiver` (which may be nil) with `arguments` and checks the result
-// against `expected`. Takes over the caller's reference to `receiver`, releases it and the
+// against `expected`, and that the receiver and its mask (the same object, references and
+// bytes) are as they were. Takes over the caller's reference to `receiver`, releases it and the
 // result, and expects the host to hold no objects afterwards and to have seen no misuse.
 void CheckPictureCall(qpxhost::Host& host, qpxhost::HostPicture* receiver,
                       const std::string& method, std::vector<qpxhost::Value> arguments,

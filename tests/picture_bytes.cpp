@@ -58,6 +58,16 @@ void WriteOpaque(uint8_t* p, int32_t format, Channels c) {
   }
 }
 
+RawPicture OpaqueInLayout(const RawPicture& raw, int32_t format) {
+  RawPicture out(raw.width, raw.height, format);
+  for (int32_t y = 0; y < raw.height; ++y) {
+    for (int32_t x = 0; x < raw.width; ++x) {
+      WriteOpaque(out.Pixel(x, y), format, ReadChannels(raw.Pixel(x, y), raw.format));
+    }
+  }
+  return out;
+}
+
 ::testing::AssertionResult SamePixels(const RawPicture& expected, const RawPicture& actual) {
   if (expected.width != actual.width || expected.height != actual.height) {
     return ::testing::AssertionFailure()

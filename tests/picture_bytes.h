@@ -43,6 +43,11 @@ Channels ReadChannels(const uint8_t* pixel, int32_t format);
 // Stores an opaque pixel: alpha 255 for 1 to 6, a fourth byte 0 for 8; nothing for other codes.
 void WriteOpaque(uint8_t* pixel, int32_t format, Channels channels);
 
+// Every pixel's colour read in `raw`'s layout and stored opaque in layout `format`: what the
+// host makes of a picture without alpha channel when it copies it colour by colour into one of
+// that layout.
+RawPicture OpaqueInLayout(const RawPicture& raw, int32_t format);
+
 // Same size, same layout, same bytes; on failure names the first differing pixels.
 ::testing::AssertionResult SamePixels(const RawPicture& expected, const RawPicture& actual);
 
