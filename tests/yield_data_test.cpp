@@ -294,6 +294,20 @@ FRESH_TEST(YieldInMethods, IntervalZeroNeverYieldsAndOthersFollowTheRule) {
   }
 }
 
+// ScaleQPX and ScaleImageAndMaskQPX share one yield state, which each sets as it starts; a
+// nil receiver sets it in ScaleQPX but is turned away by ScaleImageAndMaskQPX before that.
+FRESH_TEST(YieldInMethods, NilReceiverLeavesTheSharedStateToScaleImageAndMask) {
+  qpxtest::ModuleHost env(qpxtest::Config(AppKind::Console));
+  yield = YieldData{7, 1234};
+  EXPECT_EQ(PictureResizeImageAndMaskQPX(nullptr, 5, 5, 0, 99), nullptr);
+  EXPECT_EQ(yield.interval, 7);
+  EXPECT_EQ(yield.lastYield, 1234);
+  // A nil receiver reads as 0 x 0, so this ScaleQPX call ends at its same-size test.
+  EXPECT_EQ(PictureResizeQPX(nullptr, 0, 0, 0, 99), nullptr);
+  EXPECT_EQ(yield.interval, 99);
+  EXPECT_EQ(yield.lastYield, 0);
+}
+
 TEST(YieldClocks, MillisecondsAreTruncatedAndWrapAround) {
   EXPECT_EQ(MillisecondsFromNanoseconds(0), 0);
   EXPECT_EQ(MillisecondsFromNanoseconds(999999), 0);
