@@ -1,8 +1,5 @@
 #include "demo_command.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +9,7 @@
 #include <stdexcept>
 
 #include "demo_picture.h"
+#include "file_replacement.h"
 #include "progress_bar.h"
 #include "resampling_modes.h"
 
@@ -24,6 +22,8 @@ constexpr qpxhost::AppKind kDemoHosts[] = {qpxhost::AppKind::Console, qpxhost::A
 constexpr int32_t kDetailZoom = 4;
 // The pictures drawn and drawn into are shown 8 times as wide, so that fractional steps show.
 constexpr int32_t kDrawZoom = 8;
+// The badge and its resized copies are all shown this wide.
+constexpr int32_t kBadgeShownWidth = 320;
 
 // A picture the demo's calls are made on, indexed by DemoImage.
 struct DemoInput {
@@ -39,7 +39,8 @@ struct DemoResult {
   qpxhost::AppKind host;
   std::string file;
   std::string note{};
-  int32_t shownWidth = 0;  // as for Figure
+  int32_t shownWidth = 0;    // as for Figure
+  bool transparent = false;  // as for Figure
 };
 
 std::string Html(const std::string& text) {
@@ -67,36 +68,27 @@ std::string Html(const std::string& text) {
 
 // Like WritePng: complete or not there at all.
 void WriteTextFile(const std::string& path, const std::string& text) {
-  const std::string temp = path + ".tmp-" + std::to_string(getpid());
-  auto fail = [&](int err) {
-    unlink(temp.c_str());
-    return std::runtime_error("cannot write '" + path + "': " + std::strerror(err));
-  };
-  const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) throw fail(errno);
-  size_t at = 0;
-  while (at < text.size()) {
-    const ssize_t n = write(fd, text.data() + at, text.size() - at);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      const int err = n < 0 ? errno : EIO;
-      close(fd);
-      throw fail(err);
-    }
-    at += static_cast<size_t>(n);
+  FileReplacement replacement;
+  FILE* file = replacement.Add(path);
+  if (std::fwrite(text.data(), 1, text.size(), file) != text.size()) {
+    throw WriteFailure(path, ErrnoText(errno));
   }
-  if (fsync(fd) != 0 || close(fd) != 0) throw fail(errno);
-  if (std::rename(temp.c_str(), path.c_str()) != 0) throw fail(errno);
+  replacement.Commit();
 }
 
 // `shownWidth` > 0 shows the picture that wide with square pixels, for small pictures that the
-// browser would otherwise smooth while stretching them.
+// browser would otherwise smooth while stretching them. A `transparent` picture is shown over a
+// checkerboard, so that its transparency can be seen.
 std::string Figure(const std::string& file, const std::string& title, const std::string& text,
-                   int32_t shownWidth = 0) {
-  const std::string size =
-      shownWidth > 0 ? " class=\"pixels\" width=\"" + std::to_string(shownWidth) + "\"" : "";
+                   int32_t shownWidth = 0, bool transparent = false) {
+  std::string classes;
+  if (shownWidth > 0) classes += "pixels";
+  if (transparent) classes += classes.empty() ? "checker" : " checker";
+  const std::string attributes =
+      (classes.empty() ? "" : " class=\"" + classes + "\"") +
+      (shownWidth > 0 ? " width=\"" + std::to_string(shownWidth) + "\"" : "");
   return "<figure><a href=\"" + Html(file) + "\"><img src=\"" + Html(file) + "\" alt=\"" +
-         Html(file) + "\"" + size + "></a><figcaption>" + title + "<br>" + text +
+         Html(file) + "\"" + attributes + "></a><figcaption>" + title + "<br>" + text +
          "</figcaption></figure>\n";
 }
 
@@ -104,7 +96,7 @@ std::vector<DemoInput> MakeDemoInputs() {
   const auto cut = [](Region region) {
     return "cut from pic at (" + std::to_string(region.x) + ", " + std::to_string(region.y) + ")";
   };
-  std::vector<DemoInput> inputs(5);
+  std::vector<DemoInput> inputs(kDemoImageCount);
   DemoInput& sample = inputs[size_t(DemoImage::Sample)];
   sample = {"input.png", "the sample picture made by qpx", MakeDemoPicture()};
   const auto add = [&](DemoImage name, const std::string& file, const std::string& caption,
@@ -122,6 +114,12 @@ std::vector<DemoInput> MakeDemoInputs() {
   add(DemoImage::Ball, "ball.png",
       "a ball to draw, whose file's alpha becomes a soft round mask (255 - alpha)", MakeDemoBall(),
       kDrawZoom);
+  Image badge = MakeDemoBadge();
+  const int32_t badgeZoom = kBadgeShownWidth / badge.width;
+  add(DemoImage::Badge, "badge.png",
+      "a badge to resize with its mask, which its file's alpha makes (255 - alpha) and which "
+      "fades over the rim",
+      std::move(badge), badgeZoom);
   return inputs;
 }
 
@@ -131,7 +129,7 @@ std::string ResultFigure(const DemoResult& result) {
   return Figure(result.file, label + "<code>" + Html(result.text) + "</code>",
                 std::string(qpxhost::AppKindName(result.host)) + " host &middot; " +
                     Html(call.caption) + (result.note.empty() ? "" : "<br>") + Html(result.note),
-                result.shownWidth);
+                result.shownWidth, result.transparent);
 }
 
 // `results` holds the results of the first host in the order of DemoCalls(), then those of the
@@ -149,6 +147,8 @@ std::string ContactSheet(const std::vector<DemoInput>& inputs,
       "figure { margin: 0; padding: 8px; background: #fff; border: 1px solid #d8d8d2; }\n"
       "figure img { display: block; max-width: 100%; height: auto; }\n"
       "figure img.pixels { image-rendering: pixelated; }\n"
+      "figure img.checker { background: repeating-conic-gradient(#c4c4c4 0 25%, #fff 0 50%) 0 0 "
+      "/ 16px 16px; }\n"
       "figcaption { margin-top: 6px; font-size: 14px; line-height: 1.4; }\n"
       "h2 { font-size: 19px; margin: 28px 0 10px; }\n"
       ".sheet + .sheet { margin-top: 16px; }\n"
@@ -157,14 +157,15 @@ std::string ContactSheet(const std::vector<DemoInput>& inputs,
       "it, run by <code>qpx demo</code> on the pictures just below, named as in the calls, "
       "through the emulated host (version " +
       Html(options.host.hostVersion) + ", desktop pixel layout " + std::to_string(options.layout) +
-      "). Click a picture to see it at full size.</p>\n<div class=\"sheet\">\n";
+      "). Pictures with transparency are shown over a checkerboard. Click a picture to see it at "
+      "full size.</p>\n<div class=\"sheet\">\n";
   for (size_t i = 0; i < inputs.size(); ++i) {
     const DemoInput& input = inputs[i];
     page +=
         Figure(input.file, "<b><code>" + std::string(DemoImageName(DemoImage(i))) + "</code></b>",
                std::to_string(input.image.width) + " &times; " +
                    std::to_string(input.image.height) + ", " + Html(input.caption),
-               input.shownWidth);
+               input.shownWidth, input.image.hasAlpha);
   }
   page += "</div>\n";
   // Each section shows the results of one host, then those of the other.
@@ -201,6 +202,36 @@ void AddEveryKernel(std::vector<DemoCall>& calls, const std::string& section,
                      std::string("kernel: ") + mode.kernel,
                      MethodCall{"ScalingQPX", {mode.number, width, height}}, receiver, zoom});
   }
+}
+
+// ScaleImageAndMaskQPX on badge: shrunk to half of each side and enlarged 4 times, with and
+// without AntiAlias, each result shown as wide as badge.
+void AddMaskedResizes(std::vector<DemoCall>& calls) {
+  constexpr int32_t halfWidth = 20, halfHeight = 15, bigWidth = 160, bigHeight = 120;
+  const std::string section =
+      "ScaleImageAndMaskQPX: badge and its soft mask resized together, over a checkerboard";
+  const auto resize = [&](const std::string& file, const std::string& caption, int32_t width,
+                          int32_t height, bool antiAlias) {
+    calls.push_back({section, file, "", caption,
+                     MethodCall{"ScaleImageAndMaskQPX", {width, height, antiAlias}},
+                     DemoImage::Badge, kBadgeShownWidth / width});
+  };
+  resize("badge-mask-half",
+         "box resize to half of each side: colour and mask the mean of 2 pixels across, from "
+         "every 2nd row",
+         halfWidth, halfHeight, false);
+  resize("badge-mask-half-antialias",
+         "AntiAlias counts only where the picture grows both ways: this shrink takes the box "
+         "resizer all the same",
+         halfWidth, halfHeight, true);
+  resize("badge-mask-nearest",
+         "4 x enlargement without anti-aliasing: every pixel and its mask value repeated as a "
+         "4 x 4 block",
+         bigWidth, bigHeight, false);
+  resize("badge-mask-antialias",
+         "4 x anti-aliased enlargement: colour and mask blend between neighbours, so the rim "
+         "stays soft",
+         bigWidth, bigHeight, true);
 }
 
 // DrawPictureFQPX into sky: tile at quarter pixel steps, tile at three opacities and ball
@@ -271,6 +302,7 @@ std::vector<DemoCall> MakeDemoCalls() {
        {"ScaleQPX", {zoomedWidth, zoomedHeight, true}},
        DemoImage::Detail},
   };
+  AddMaskedResizes(calls);
   AddEveryKernel(calls,
                  "ScalingQPX: pic resampled to a quarter of each side with each kernel, shown "
                  "twice as wide",
@@ -284,7 +316,8 @@ std::vector<DemoCall> MakeDemoCalls() {
 }  // namespace
 
 const char* DemoImageName(DemoImage image) {
-  static const char* const names[] = {"pic", "detail", "sky", "tile", "ball"};
+  static const char* const names[kDemoImageCount] = {"pic",  "detail", "sky",
+                                                     "tile", "ball",   "badge"};
   return names[size_t(image)];
 }
 
@@ -320,7 +353,8 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
   int64_t total = 0;
   for (const DemoCall& call : DemoCalls()) {
     const Image& receiver = inputs[size_t(call.receiver)].image;
-    total += RowYields(call.With(nullptr), receiver.width, receiver.height) * std::size(kDemoHosts);
+    total += RowYields(call.With(nullptr), receiver.width, receiver.height, receiver.hasAlpha) *
+             std::size(kDemoHosts);
   }
   ProgressBar bar("demo", plan.everyRow ? total : 0);
 
@@ -353,7 +387,8 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
                        .text = made.Text(),
                        .host = kind,
                        .file = call.file + "-" + qpxhost::AppKindName(kind) + ".png",
-                       .shownWidth = call.zoom > 1 ? result.width * call.zoom : 0};
+                       .shownWidth = call.zoom > 1 ? result.width * call.zoom : 0,
+                       .transparent = result.hasAlpha};
       WritePng((dir / shown.file).string(), result, result.hasAlpha);
       if (kind == kDemoHosts[0]) {
         firstHostResults.push_back(std::move(result));

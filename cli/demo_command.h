@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,9 +15,10 @@ namespace qpx {
 
 // The pictures the demo calls methods on: the sample picture ("pic"), a detail crop of it
 // ("detail") for enlargements that show single pixels, a patch of its sky ("sky") to draw into,
-// and the pictures drawn: a checkerboard tile ("tile") and a ball with a soft round mask
-// ("ball").
-enum class DemoImage { Sample, Detail, Sky, Tile, Ball };
+// the pictures drawn: a checkerboard tile ("tile") and a ball with a soft round mask ("ball"),
+// and a badge with a soft-edged mask ("badge") to resize together with its mask.
+enum class DemoImage { Sample, Detail, Sky, Tile, Ball, Badge };
+constexpr size_t kDemoImageCount = 6;
 
 // The name the contact sheet gives the picture in calls, e.g. "pic".
 const char* DemoImageName(DemoImage image);

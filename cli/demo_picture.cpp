@@ -265,6 +265,34 @@ Image MakeDemoBall() {
   return image;
 }
 
+Image MakeDemoBadge() {
+  constexpr int32_t kWidth = 40, kHeight = 30;
+  constexpr double kHalfWidth = 19, kHalfHeight = 14, kCorner = 9, kRim = 4;
+  Image image = NewImage(kWidth, kHeight);
+  image.hasAlpha = true;
+  for (int32_t y = 0; y < kHeight; ++y) {
+    for (int32_t x = 0; x < kWidth; ++x) {
+      const double px = x + 0.5 - kWidth / 2.0, py = y + 0.5 - kHeight / 2.0;
+      // Signed distance to the rounded rectangle's edge, negative inside.
+      const double qx = std::abs(px) - (kHalfWidth - kCorner);
+      const double qy = std::abs(py) - (kHalfHeight - kCorner);
+      const double edge = std::hypot(std::max(qx, 0.0), std::max(qy, 0.0)) +
+                          std::min(std::max(qx, qy), 0.0) - kCorner;
+      const bool stripe = (x + y) / 4 % 2 == 0;
+      const Colour c = stripe ? Colour{250, 196, 60} : Colour{214, 72, 44};
+      Put(image, x, y, c, 255 * (1 - Smoothstep(0.5 - kRim, 0.5, edge)));
+    }
+  }
+  // Lettering keeps the alpha below it.
+  Image letters = NewImage(kWidth, kHeight);
+  letters.rgba.assign(letters.rgba.size(), 0);
+  DrawText(letters, 12, 11, "QPX", 1, 40, 30, 90);
+  for (size_t i = 0; i < image.rgba.size(); i += 4) {
+    if (letters.rgba[i + 3] != 0) std::copy_n(&letters.rgba[i], 3, &image.rgba[i]);
+  }
+  return image;
+}
+
 Image MakeDemoPicture(int32_t width, int32_t height) {
   Image image = NewImage(width, height);
   const double w = width, h = height;

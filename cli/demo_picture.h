@@ -32,6 +32,11 @@ Image MakeDemoTile();
 // at 9.5: read as a file with transparency, a picture with a soft round mask.
 Image MakeDemoBall();
 
+// A 40 x 30 striped badge lettered "QPX", a rounded rectangle whose alpha falls from 255 to 0
+// over the last 4 pixels of its rim: read as a file with transparency, a picture with a soft
+// mask. Its colours go on beyond the rim, under the transparent corners and edges.
+Image MakeDemoBadge();
+
 // The pixels of `region`. Throws std::out_of_range unless it lies within `image`.
 Image CropImage(const Image& image, Region region);
 

@@ -1,17 +1,13 @@
 #include "image_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cctype>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
+
+#include "file_replacement.h"
 
 // jpeglib.h needs FILE and size_t declared first.
 #include <jerror.h>
@@ -31,18 +27,8 @@ std::string QuotePath(const std::string& path) {
 
 namespace {
 
-std::string ErrnoText(int err) {
-  std::string text = std::strerror(err);
-  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
-  return text;
-}
-
 ImageError ReadFailure(const std::string& path, const std::string& reason) {
   return ImageError("cannot read " + QuotePath(path) + ": " + reason);
-}
-
-ImageError WriteFailure(const std::string& path, const std::string& reason) {
-  return ImageError("cannot write " + QuotePath(path) + ": " + reason);
 }
 
 bool SizeOk(uint64_t width, uint64_t height) {
@@ -112,7 +98,7 @@ void PngWriteData(png_structp png, png_bytep data, size_t length) {
   }
 }
 
-void PngFlush(png_structp) {}  // WritePng flushes and syncs once at the end
+void PngFlush(png_structp) {}  // the file is flushed and synced once, when put in place
 
 bool PngReadHeader(PngIo* io) {
   if (setjmp(png_jmpbuf(io->png))) return false;
@@ -135,8 +121,6 @@ bool PngReadPixels(PngIo* io, png_bytepp rows) {
   png_read_end(io->png, nullptr);  // checks the rest of the file, e.g. the last IDAT CRC
   return true;
 }
-
-enum class PngColour { Gray, Rgb, Rgba };
 
 // `grayRow` holds a row of `image->width` bytes for PngColour::Gray, which writes the red
 // channel; libpng has no colour-to-gray conversion when writing.
@@ -289,21 +273,6 @@ Image ReadJpeg(const std::string& path, FILE* file) {
   return image;
 }
 
-// ---------------------------------------------------------------------------------------------
-
-// Creates a new file next to `path`. open(O_EXCL, 0666) rather than mkstemp so that the result
-// gets the usual umask-based permissions instead of 0600.
-int CreateTempFile(const std::string& path, std::string* tempPath) {
-  static std::atomic<unsigned> counter{0};
-  for (int attempt = 0; attempt < 1000; ++attempt) {
-    *tempPath = path + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
-    const int fd = open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
-  errno = EEXIST;
-  return -1;
-}
-
 }  // namespace
 
 Image ReadImage(const std::string& path) {
@@ -325,10 +294,13 @@ Image ReadImage(const std::string& path) {
   throw ImageError(QuotePath(path) + " is not a PNG or JPEG file");
 }
 
+// ---------------------------------------------------------------------------------------------
+
 namespace {
 
-void WritePngAs(const std::string& path, const Image& image, PngColour colour) {
-  if (path.empty()) throw WriteFailure(path, "empty file name");
+// Writes `image` into a new temporary file of `files`, to replace `path`.
+void StagePng(FileReplacement& files, const std::string& path, const Image& image,
+              PngColour colour) {
   if (image.width < 1 || image.height < 1 ||
       !SizeOk(uint64_t(image.width), uint64_t(image.height))) {
     throw WriteFailure(path, "invalid image size " + std::to_string(image.width) + " x " +
@@ -339,28 +311,8 @@ void WritePngAs(const std::string& path, const Image& image, PngColour colour) {
                                  " bytes instead of width * height * 4");
   }
 
-  std::string tempPath;
-  const int fd = CreateTempFile(path, &tempPath);
-  if (fd < 0) throw WriteFailure(path, errno == ENOENT ? "no such directory" : ErrnoText(errno));
-  // Until the rename succeeds the temporary file is closed and removed on every way out.
-  struct Temp {
-    const std::string& path;
-    FILE* file = nullptr;
-    bool keep = false;
-    ~Temp() {
-      if (file != nullptr) std::fclose(file);
-      if (!keep) unlink(path.c_str());
-    }
-  } temp{tempPath};
-  temp.file = fdopen(fd, "wb");
-  if (temp.file == nullptr) {
-    const int err = errno;
-    close(fd);
-    throw WriteFailure(path, ErrnoText(err));
-  }
-
   PngIo io{};
-  io.file = temp.file;
+  io.file = files.Add(path);
   io.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &io, PngOnError, PngOnWarning);
   if (io.png != nullptr) io.info = png_create_info_struct(io.png);
   struct Destroy {
@@ -374,25 +326,22 @@ void WritePngAs(const std::string& path, const Image& image, PngColour colour) {
   if (!PngWriteRows(&io, &image, colour, grayRow.data())) {
     throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
   }
-  // Data must be on disk before the rename makes it visible, or a crash could leave an empty file.
-  if (std::fflush(temp.file) != 0 || fsync(fileno(temp.file)) != 0) {
-    throw WriteFailure(path, ErrnoText(errno));
-  }
-  FILE* file = temp.file;
-  temp.file = nullptr;
-  if (std::fclose(file) != 0) throw WriteFailure(path, ErrnoText(errno));
-  if (std::rename(tempPath.c_str(), path.c_str()) != 0) throw WriteFailure(path, ErrnoText(errno));
-  temp.keep = true;
 }
 
 }  // namespace
 
+void WritePngFiles(const std::vector<PngFile>& files) {
+  FileReplacement replacement;
+  for (const PngFile& file : files) StagePng(replacement, file.path, file.image, file.colour);
+  replacement.Commit();
+}
+
 void WritePng(const std::string& path, const Image& image, bool withAlpha) {
-  WritePngAs(path, image, withAlpha ? PngColour::Rgba : PngColour::Rgb);
+  WritePngFiles({{path, image, withAlpha ? PngColour::Rgba : PngColour::Rgb}});
 }
 
 void WriteGrayPng(const std::string& path, const Image& image) {
-  WritePngAs(path, image, PngColour::Gray);
+  WritePngFiles({{path, image, PngColour::Gray}});
 }
 
 }  // namespace qpx

@@ -1,19 +1,36 @@
 // qpx: a small console host for the picture plug-in.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "demo_command.h"
 #include "info_command.h"
 #include "picture_commands.h"
 
+namespace {
+
+// A usage error in one line, as every other error, naming the help to read.
+std::string UsageError(const CLI::App* app, const CLI::Error& error) {
+  std::string help = "qpx";
+  for (const CLI::App* command : app->get_subcommands()) help += " " + command->get_name();
+  std::string what = error.what();
+  std::replace(what.begin(), what.end(), '\n', ' ');
+  return "qpx: " + what + " (see '" + help + " --help')\n";
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   CLI::App app{"qpx: runs the picture plug-in's methods on image files through an emulated host"};
+  app.failure_message(UsageError);
   app.require_subcommand(1);
   qpx::AddInfoCommand(app);
   qpx::AddConvertCommand(app);
   qpx::AddBlurCommand(app);
   qpx::AddScaleCommand(app);
+  qpx::AddScaleMaskCommand(app);
   qpx::AddResampleCommand(app);
   qpx::AddDrawCommand(app);
   qpx::AddDemoCommand(app);

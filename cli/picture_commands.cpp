@@ -67,6 +67,33 @@ void AddSizeOptions(CLI::App& command, int32_t& width, int32_t& height) {
   command.add_option("--height", height, "Height of the result in pixels")->required();
 }
 
+// A command that resizes with `method`, taking W, H and AntiAlias as ScaleQPX does.
+CLI::App* AddResizeCommand(CLI::App& app, const std::string& name, const std::string& method,
+                           const std::string& description) {
+  auto arguments = std::make_shared<ScaleArguments>();
+  CLI::App* sub = AddFileCommand(app, name, description, [arguments, method] {
+    return MethodCall{method, {arguments->width, arguments->height, arguments->antiAlias}};
+  });
+  AddSizeOptions(*sub, arguments->width, arguments->height);
+  sub->add_flag("--antialias", arguments->antiAlias,
+                "Enlarge smoothly when the result is both wider and taller than the picture; "
+                "otherwise, as without this flag, the box resizer");
+  return sub;
+}
+
+// What scale-mask does with masks, and its surprise for pictures with an alpha channel.
+constexpr const char* kScaleMaskFooter =
+    "Masks:\n"
+    "  The result is the picture resized as 'qpx scale' resizes it; its mask is the picture's\n"
+    "  mask resized by the same resizer. A picture without a mask gives a result without one\n"
+    "  (and --mask-out is then an error). The same size gives the picture itself back.\n"
+    "  With --alpha the method takes another path, as it is meant to: the result is the\n"
+    "  picture's top-left W x H region at its own scale, cut out and NOT resized (black where\n"
+    "  W or H reach past the picture), under the mask made from its alpha channel (255 -\n"
+    "  alpha) resized to W x H by the resizer the picture's size chooses. On a console or web\n"
+    "  host, whose pictures have no graphics to draw with, even the region is not copied: the\n"
+    "  image comes out black under that mask.\n\n";
+
 // Turns a mode name into its number before CLI11 reads the option as an integer.
 CLI::Validator ResamplingModeValidator() {
   return CLI::Validator(
@@ -139,8 +166,10 @@ void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) 
   result.Reset();
   pictures.clear();
   CheckLedger(host, what);
-  WritePng(job.output, image, image.hasAlpha);
-  if (maskImage) WriteGrayPng(options.maskOut, *maskImage);
+  std::vector<PngFile> files = {
+      {job.output, image, image.hasAlpha ? PngColour::Rgba : PngColour::Rgb}};
+  if (maskImage) files.push_back({options.maskOut, *maskImage, PngColour::Gray});
+  WritePngFiles(files);  // both or neither
 }
 
 void AddConvertCommand(CLI::App& app) {
@@ -162,15 +191,14 @@ void AddBlurCommand(CLI::App& app) {
 }
 
 void AddScaleCommand(CLI::App& app) {
-  auto arguments = std::make_shared<ScaleArguments>();
-  CLI::App* sub =
-      AddFileCommand(app, "scale", "Resize an image with the module's ScaleQPX", [arguments] {
-        return MethodCall{"ScaleQPX", {arguments->width, arguments->height, arguments->antiAlias}};
-      });
-  AddSizeOptions(*sub, arguments->width, arguments->height);
-  sub->add_flag("--antialias", arguments->antiAlias,
-                "Enlarge smoothly when the result is both wider and taller than the picture; "
-                "otherwise, as without this flag, the box resizer");
+  AddResizeCommand(app, "scale", "ScaleQPX", "Resize an image with the module's ScaleQPX");
+}
+
+void AddScaleMaskCommand(CLI::App& app) {
+  CLI::App* sub = AddResizeCommand(
+      app, "scale-mask", "ScaleImageAndMaskQPX",
+      "Resize an image and its mask together with the module's ScaleImageAndMaskQPX");
+  sub->footer(std::string(kScaleMaskFooter) + sub->get_footer());
 }
 
 void AddResampleCommand(CLI::App& app) {

@@ -1,5 +1,5 @@
-// "qpx convert", "qpx blur", "qpx scale", "qpx resample" and "qpx draw": image files through host
-// pictures, and optionally one of the module's methods, into a PNG file.
+// "qpx convert", "qpx blur", "qpx scale", "qpx scale-mask", "qpx resample" and "qpx draw": image
+// files through host pictures, and optionally one of the module's methods, into a PNG file.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -16,6 +16,7 @@ namespace qpx {
 void AddConvertCommand(CLI::App& app);
 void AddBlurCommand(CLI::App& app);
 void AddScaleCommand(CLI::App& app);
+void AddScaleMaskCommand(CLI::App& app);
 void AddResampleCommand(CLI::App& app);
 void AddDrawCommand(CLI::App& app);
 

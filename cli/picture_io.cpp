@@ -47,57 +47,77 @@ bool IsPictureSize(int32_t width, int32_t height) {
   return width >= 1 && height >= 1 && width <= kMaxImageSide && height <= kMaxImageSide;
 }
 
+// What a yield count needs to know of the receiver.
+struct Receiver {
+  int32_t width, height;
+  bool masked;  // it has a mask or an alpha channel
+};
+
 // Blur: a vertical and a horizontal pass over every row, with one yield before and one after.
-int64_t BlurYields(const MethodCall& call, int32_t width, int32_t height) {
+int64_t BlurYields(const MethodCall& call, const Receiver& receiver) {
   if (WholePart(NumberArgument(call, 0)) < 1) return 0;  // the receiver comes back as it is
-  if (!IsPictureSize(width, height)) return 0;
-  return 2 * int64_t{height} + 2;
+  if (!IsPictureSize(receiver.width, receiver.height)) return 0;
+  return 2 * int64_t{receiver.height} + 2;
 }
 
 // Scale: the receiver itself at the same size. The anti-aliased enlargement, taken only when
 // the picture grows both ways, checks three times before its rows and then once per row and
 // pixel byte (4), with no check after; the box resizer checks once per row and once after.
-int64_t ScaleYields(const MethodCall& call, int32_t width, int32_t height) {
+int64_t ScaleYields(const MethodCall& call, const Receiver& receiver) {
   const int32_t newWidth = ArgumentOr<int32_t>(call, 0, 0);
   const int32_t newHeight = ArgumentOr<int32_t>(call, 1, 0);
-  if (!IsPictureSize(width, height) || !IsPictureSize(newWidth, newHeight)) return 0;
-  if (newWidth == width && newHeight == height) return 0;
-  if (ArgumentOr(call, 2, false) && newWidth > width && newHeight > height) {
+  if (!IsPictureSize(receiver.width, receiver.height) || !IsPictureSize(newWidth, newHeight)) {
+    return 0;
+  }
+  if (newWidth == receiver.width && newHeight == receiver.height) return 0;
+  if (ArgumentOr(call, 2, false) && newWidth > receiver.width && newHeight > receiver.height) {
     return 3 + 4 * int64_t{newHeight};
   }
   return int64_t{newHeight} + 1;
 }
 
+// Scale with the mask: the image as ScaleQPX resizes it, then the mask (for a picture with an
+// alpha channel, the mask made from it) through the same resizer, which the receiver's size
+// chooses in either case.
+int64_t ScaleWithMaskYields(const MethodCall& call, const Receiver& receiver) {
+  return ScaleYields(call, receiver) * (receiver.masked ? 2 : 1);
+}
+
 // Resampling: nil before any work for a mode outside 1 to 7, a size below 1 or an intermediate
 // image (new width x source height words) above 2^31 - 1 bytes; nil after five checks when the
 // new picture cannot be made. Otherwise four checks before the rows, one per row, three after.
-int64_t ScalingYields(const MethodCall& call, int32_t width, int32_t height) {
+int64_t ScalingYields(const MethodCall& call, const Receiver& receiver) {
   const int32_t mode = ArgumentOr<int32_t>(call, 0, 0);
   const int32_t newWidth = ArgumentOr<int32_t>(call, 1, 0);
   const int32_t newHeight = ArgumentOr<int32_t>(call, 2, 0);
   if (FindResamplingMode(mode) == nullptr) return 0;
-  if (!IsPictureSize(width, height) || !IsPictureSize(newWidth, newHeight)) return 0;
-  if (int64_t{newWidth} * height * 4 > INT32_MAX) return 0;
+  if (!IsPictureSize(receiver.width, receiver.height) || !IsPictureSize(newWidth, newHeight)) {
+    return 0;
+  }
+  if (int64_t{newWidth} * receiver.height * 4 > INT32_MAX) return 0;
   return int64_t{newHeight} + 7;
 }
 
 // Drawing into the receiver (x and y follow the picture): false before any check when the floor
 // of a coordinate is outside the 32-bit range, NaN included; otherwise a check before the rows,
 // one per row of the receiver and one after.
-int64_t DrawYields(const MethodCall& call, int32_t width, int32_t height) {
+int64_t DrawYields(const MethodCall& call, const Receiver& receiver) {
   for (size_t index : {1, 2}) {
     const double whole = std::floor(NumberArgument(call, index));
     if (!(whole >= INT32_MIN && whole <= INT32_MAX)) return 0;
   }
-  if (!IsPictureSize(width, height)) return 0;
-  return int64_t{height} + 2;
+  if (!IsPictureSize(receiver.width, receiver.height)) return 0;
+  return int64_t{receiver.height} + 2;
 }
 
+using YieldCounter = int64_t (*)(const MethodCall&, const Receiver&);
+
 // Methods whose yields are known, by name.
-const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)>& YieldCounters() {
-  static const std::map<std::string, int64_t (*)(const MethodCall&, int32_t, int32_t)> counters = {
+const std::map<std::string, YieldCounter>& YieldCounters() {
+  static const std::map<std::string, YieldCounter> counters = {
       {"BlurQPX", &BlurYields},
       {"ScaleQPX", &ScaleYields},
+      {"ScaleImageAndMaskQPX", &ScaleWithMaskYields},
       {"ScalingQPX", &ScalingYields},
       {"DrawPictureFQPX", &DrawYields}};
   return counters;
@@ -272,9 +292,9 @@ std::string MethodCall::Text() const {
   return text + ")";
 }
 
-int64_t RowYields(const MethodCall& call, int32_t width, int32_t height) {
+int64_t RowYields(const MethodCall& call, int32_t width, int32_t height, bool masked) {
   auto it = YieldCounters().find(call.method);
-  return it == YieldCounters().end() ? 0 : it->second(call, width, height);
+  return it == YieldCounters().end() ? 0 : it->second(call, {width, height, masked});
 }
 
 PictureRef RunMethod(qpxhost::Host& host, qpxhost::HostPicture* picture, const MethodCall& call,

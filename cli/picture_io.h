@@ -66,8 +66,10 @@ struct MethodCall {
   std::string Text() const;
 };
 
-// How many yields the call makes when it yields after every row, or 0 when unknown.
-int64_t RowYields(const MethodCall& call, int32_t width, int32_t height);
+// How many yields the call makes on a receiver of `width` x `height` when it yields after every
+// row, or 0 when unknown. `masked`: the receiver has a mask or an alpha channel, which
+// ScaleImageAndMaskQPX resizes too.
+int64_t RowYields(const MethodCall& call, int32_t width, int32_t height, bool masked = false);
 
 // Runs `call` on `picture` (whose reference stays the caller's) with `yield` as the yield
 // argument. Returns the picture the call gives: the result of a method that returns a picture,

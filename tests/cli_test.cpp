@@ -515,6 +515,15 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
       {"scale", "in.png", "out.png", "--width", "2.5", "--height", "4"},
       {"scale", "in.png", "out.png", "--width", "4", "--height", "3000000000"},
       {"scale", "in.png", "out.png", "--width", "4", "--height", "4", "--antialias", "yes"},
+      {"scale-mask", "in.png", "out.png", "--height", "4"},
+      {"scale-mask", "in.png", "out.png", "--width", "4"},
+      {"scale-mask", "in.png", "out.png", "--width", "4", "--height", "four"},
+      {"scale-mask", "in.png", "out.png", "--width", "-4.5", "--height", "4"},
+      {"scale-mask", "in.png", "out.png", "--width", "4", "--height", "-3000000000"},
+      {"scale-mask", "in.png", "--width", "4", "--height", "4"},
+      {"scale-mask", "in.png", "out.png", "--width", "4", "--height", "4", "--alpha"},
+      {"scale-mask", "in.png", "out.png", "--width", "4", "--height", "4", "--mask-out"},
+      {"scale-mask", "in.png", "out.png", "--width", "4", "--height", "4", "--radius", "2"},
       {"resample", "in.png", "out.png", "--width", "4", "--height", "4"},
       {"resample", "in.png", "out.png", "--mode", "2", "--height", "4"},
       {"resample", "in.png", "out.png", "--mode", "2", "--width", "4"},
@@ -545,13 +554,17 @@ TEST_F(CliTest, BadArgumentsAreUsageErrors) {
     SCOPED_TRACE(line);
     const QpxRun run = Qpx(args);
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_FALSE(run.err.empty());
+    EXPECT_TRUE(run.out.empty()) << run.out;
+    EXPECT_EQ(Lines(run.err).size(), 1u) << run.err;
+    EXPECT_THAT(run.err, StartsWith("qpx: "));
+    EXPECT_THAT(run.err, ::testing::EndsWith(" --help')\n"));
     EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
   }
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-  for (const char* command : {"info", "convert", "blur", "scale", "resample", "draw", "demo"}) {
+  for (const char* command :
+       {"info", "convert", "blur", "scale", "scale-mask", "resample", "draw", "demo"}) {
     SCOPED_TRACE(command);
     const QpxRun run = Qpx({command, "--help"});
     EXPECT_EQ(run.exitCode, 0);
@@ -559,13 +572,14 @@ TEST_F(CliTest, EveryCommandHasHelp) {
   }
   const QpxRun run = Qpx({"--help"});
   EXPECT_EQ(run.exitCode, 0);
-  for (const char* command : {"info", "convert", "blur", "scale", "resample", "draw", "demo"}) {
+  for (const char* command :
+       {"info", "convert", "blur", "scale", "scale-mask", "resample", "draw", "demo"}) {
     EXPECT_THAT(run.out, HasSubstr(command));
   }
 }
 
 TEST_F(CliTest, CommonOptionsAndTheTransparencyRuleAreOnEveryPictureCommand) {
-  for (const char* command : {"convert", "blur", "scale", "resample", "draw"}) {
+  for (const char* command : {"convert", "blur", "scale", "scale-mask", "resample", "draw"}) {
     const QpxRun run = Qpx({command, "--help"});
     for (const char* option :
          {"--host ", "--layout", "--alpha", "--host-version", "--plugin", "--yield", "--mask ",
@@ -646,14 +660,20 @@ TEST_F(CliTest, BlurSmoothsAnEdge) {
 // --- scale ------------------------------------------------------------------------------------
 // These need the module's ScaleQPX.
 
-// "qpx scale in.png OUTPUT --width W --height H", with --antialias when asked, then `more`.
-std::vector<std::string> ScaleArgs(const std::string& output, int32_t width, int32_t height,
-                                   bool antialias, const std::vector<std::string>& more = {}) {
-  std::vector<std::string> args = {"scale", "in.png", output};
+// "qpx COMMAND in.png OUTPUT --width W --height H", with --antialias when asked, then `more`.
+std::vector<std::string> ResizeArgs(const std::string& command, const std::string& output,
+                                    int32_t width, int32_t height, bool antialias,
+                                    const std::vector<std::string>& more = {}) {
+  std::vector<std::string> args = {command, "in.png", output};
   args.insert(args.end(), {"--width", std::to_string(width), "--height", std::to_string(height)});
   if (antialias) args.push_back("--antialias");
   args.insert(args.end(), more.begin(), more.end());
   return args;
+}
+
+std::vector<std::string> ScaleArgs(const std::string& output, int32_t width, int32_t height,
+                                   bool antialias, const std::vector<std::string>& more = {}) {
+  return ResizeArgs("scale", output, width, height, antialias, more);
 }
 
 // Pixels of `big` equal to pixel (x / xFactor, y / yFactor) of `small`.
@@ -719,6 +739,20 @@ class CliResizeTest : public CliTest {
   std::vector<Image> ResampleInEveryHost(const std::string& mode, int32_t width, int32_t height) {
     return OutputsInEveryHost(ResampleArgs("out.png", mode, width, height), width, height);
   }
+  // Expects "qpx COMMAND in.png" to 45 x 31, with and without --antialias, to give the same
+  // pixels with each kind of --yield as without.
+  void ExpectYieldingChangesNothing(const std::string& command) {
+    for (bool antialias : {false, true}) {
+      SCOPED_TRACE(antialias ? "antialias" : "");
+      ASSERT_EQ(Qpx(ResizeArgs(command, "a.png", 45, 31, antialias)).exitCode, 0);
+      for (const char* yield : {"1", "-1", "-2147483648"}) {
+        const QpxRun run = Qpx(ResizeArgs(command, "b.png", 45, 31, antialias, {"--yield", yield}));
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        EXPECT_EQ(run.err, "");
+        EXPECT_TRUE(ReadImage(Path("a.png")).rgba == ReadImage(Path("b.png")).rgba) << yield;
+      }
+    }
+  }
 };
 
 class CliScaleTest : public CliResizeTest {};
@@ -783,16 +817,7 @@ TEST_F(CliScaleTest, ToTheSameSizeGivesThePictureBack) {
 
 TEST_F(CliScaleTest, WithYieldingGivesTheSameResult) {
   WritePng(Path("in.png"), RandomImage(20, 15, false), false);
-  for (bool antialias : {false, true}) {
-    SCOPED_TRACE(antialias ? "antialias" : "");
-    ASSERT_EQ(Qpx(ScaleArgs("a.png", 45, 31, antialias)).exitCode, 0);
-    for (const char* yield : {"1", "-1", "-2147483648"}) {
-      const QpxRun run = Qpx(ScaleArgs("b.png", 45, 31, antialias, {"--yield", yield}));
-      ASSERT_EQ(run.exitCode, 0) << run.err;
-      EXPECT_EQ(run.err, "");
-      EXPECT_TRUE(ReadImage(Path("a.png")).rgba == ReadImage(Path("b.png")).rgba) << yield;
-    }
-  }
+  ExpectYieldingChangesNothing("scale");
 }
 
 TEST_F(CliScaleTest, ToNoPixelsIsOneErrorLineAndNoOutput) {
@@ -809,6 +834,254 @@ TEST_F(CliScaleTest, ToNoPixelsIsOneErrorLineAndNoOutput) {
     EXPECT_EQ(ReadAll(Path("out.png")), "precious");
   }
   EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "out.png"));
+}
+
+// --- scale-mask -------------------------------------------------------------------------------
+// These need the module's ScaleImageAndMaskQPX.
+
+std::vector<std::string> ScaleMaskArgs(const std::string& output, int32_t width, int32_t height,
+                                       bool antialias, const std::vector<std::string>& more = {}) {
+  return ResizeArgs("scale-mask", output, width, height, antialias, more);
+}
+
+// The R, G, B, A bytes of every pixel, row after row.
+std::vector<std::vector<uint8_t>> Pixels(const Image& image) {
+  std::vector<std::vector<uint8_t>> pixels;
+  for (size_t i = 0; i < image.rgba.size(); i += 4) {
+    pixels.emplace_back(&image.rgba[i], &image.rgba[i] + 4);
+  }
+  return pixels;
+}
+
+using Rgba = std::vector<uint8_t>;
+
+class CliScaleMaskTest : public CliResizeTest {
+ protected:
+  // Runs `args` (writing out.png and mask.png) in every kind of host, or in `hosts`, expecting a
+  // quiet success, and gives each output with its mask file's values.
+  std::vector<std::pair<Image, std::vector<uint8_t>>> InEveryHost(
+      const std::vector<std::string>& args,
+      const std::vector<std::string>& hosts = {std::begin(kHostKinds), std::end(kHostKinds)}) {
+    std::vector<std::pair<Image, std::vector<uint8_t>>> outputs;
+    for (const std::string& host : hosts) {
+      SCOPED_TRACE(host);
+      std::vector<std::string> withHost = args;
+      withHost.insert(withHost.end(), {"--host", host, "--mask-out", "mask.png"});
+      const QpxRun run = Qpx(withHost);
+      EXPECT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(run.err, "");
+      EXPECT_EQ(run.out, "");
+      if (run.exitCode != 0) continue;
+      EXPECT_EQ(PngColourType(Path("mask.png")), 0);
+      outputs.emplace_back(ReadImage(Path("out.png")), RedChannel(ReadImage(Path("mask.png"))));
+    }
+    EXPECT_EQ(outputs.size(), hosts.size());
+    return outputs;
+  }
+};
+
+TEST_F(CliScaleMaskTest, ShrinkAveragesColoursAndMaskAlike) {
+  // 2 x 1 to 1 x 1: one box of 2 x 1, so each channel is (0.5 + S) / 2 truncated, S the sum of
+  // the two pixels' values; the mask (255 - alpha: 0 and 255) likewise, written as 255 - mask.
+  WritePng(Path("in.png"), WithAlpha(GrayImage(2, 1, {0, 0}), {255, 0}), true);
+  Image input = ReadImage(Path("in.png"));
+  const uint8_t colours[] = {10, 20, 30, 41, 60, 91};
+  for (size_t i = 0; i < 6; ++i) input.rgba[i / 3 * 4 + i % 3] = colours[i];
+  WritePng(Path("in.png"), input, true);
+  for (const auto& [output, mask] : InEveryHost(ScaleMaskArgs("out.png", 1, 1, false))) {
+    // (0.5 + 51) / 2 = 25.75, (0.5 + 80) / 2 = 40.25, (0.5 + 121) / 2 = 60.75; mask
+    // (0.5 + 255) / 2 = 127.75.
+    EXPECT_THAT(Pixels(output), ::testing::ElementsAre(Rgba{25, 40, 60, 128}));
+    EXPECT_THAT(mask, ::testing::ElementsAre(127));
+  }
+}
+
+TEST_F(CliScaleMaskTest, AntialiasedEnlargementBlendsTheMaskFromAMaskFile) {
+  // 2 x 2 to 4 x 4 with a mask file of the same values as the gray image: both are resized by
+  // the smooth enlargement, whose values for these four pixels are worked out in
+  // CliScaleTest.WithAntialiasBlendsNeighbours.
+  const std::vector<uint8_t> values = {0, 100, 200, 41};
+  WritePng(Path("in.png"), GrayImage(2, 2, values), false);
+  WritePng(Path("m.png"), GrayImage(2, 2, values), false);
+  const std::vector<uint8_t> blended = {0,   50,  100, 100, 100, 85,  71, 71,
+                                        200, 121, 41,  41,  200, 121, 41, 41};
+  for (const auto& [output, mask] :
+       InEveryHost(ScaleMaskArgs("out.png", 4, 4, true, {"--mask", "m.png"}))) {
+    EXPECT_EQ(mask, blended);
+    ASSERT_TRUE(output.hasAlpha);
+    for (size_t i = 0; i < blended.size(); ++i) {
+      const uint8_t v = blended[i];
+      EXPECT_EQ(Rgba(&output.rgba[i * 4], &output.rgba[i * 4] + 4),
+                (Rgba{v, v, v, uint8_t(255 - v)}))
+          << "pixel " << i;
+    }
+  }
+}
+
+TEST_F(CliScaleMaskTest, WithoutTransparencyGivesWhatScaleGivesAndNoMask) {
+  WritePng(Path("in.png"), RandomImage(9, 7, false), false);
+  for (const char* host : kHostKinds) {
+    for (const auto& [width, height, antialias] :
+         {std::tuple{4, 3, false}, {20, 15, true}, {20, 15, false}}) {
+      SCOPED_TRACE(std::string(host) + " " + std::to_string(width) + (antialias ? " smooth" : ""));
+      const QpxRun scaled = Qpx(ScaleArgs("scale.png", width, height, antialias, {"--host", host}));
+      ASSERT_EQ(scaled.exitCode, 0) << scaled.err;
+      const QpxRun run = Qpx(ScaleMaskArgs("out.png", width, height, antialias, {"--host", host}));
+      ASSERT_EQ(run.exitCode, 0) << run.err;
+      EXPECT_EQ(PngColourType(Path("out.png")), 2);  // opaque RGB
+      EXPECT_TRUE(ReadImage(Path("out.png")).rgba == ReadImage(Path("scale.png")).rgba);
+
+      const QpxRun refused = Qpx(ScaleMaskArgs("new.png", width, height, antialias,
+                                               {"--host", host, "--mask-out", "mask.png"}));
+      ExpectOneErrorLine(refused);
+      EXPECT_EQ(refused.err, "qpx: the result of pic.ScaleImageAndMaskQPX(" +
+                                 std::to_string(width) + ", " + std::to_string(height) + ", " +
+                                 (antialias ? "True" : "False") +
+                                 ") has no mask to write to 'mask.png'\n");
+      EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "out.png", "scale.png"));
+    }
+  }
+}
+
+// A 4 x 2 picture whose top-left 2 x 1 pixels are opaque; the rest of row 0 has alpha 128 and 0
+// (mask 127 and 255), row 1 alpha 255, 64, 255, 255 (mask 0, 191, 0, 0).
+Image PictureForTheAlphaPath() {
+  return WithAlpha(RandomImage(4, 2, false, 21), {255, 255, 128, 0, 255, 64, 255, 255});
+}
+
+TEST_F(CliScaleMaskTest, WithAnAlphaChannelGivesTheTopLeftRegionUnderTheResizedMask) {
+  const Image input = PictureForTheAlphaPath();
+  WritePng(Path("in.png"), input, true);
+  for (const char* layout : {"1", "2"}) {
+    SCOPED_TRACE(std::string("layout ") + layout);
+    // Shrinking 4 x 2 to 2 x 1: boxes of 2 x 2 read from row 0. The image is not resized but
+    // cut: pixels (0, 0) and (1, 0) as they are. The mask is resized: (0.5 + 2 * (0 + 0)) / 4
+    // gives 0, (0.5 + 2 * (127 + 255)) / 4 = 191.125 gives 191.
+    const auto shrunk = InEveryHost(
+        ScaleMaskArgs("out.png", 2, 1, false, {"--alpha", "--layout", layout}), {"desktop"});
+    for (const auto& [output, mask] : shrunk) {
+      EXPECT_THAT(mask, ::testing::ElementsAre(0, 191));
+      const uint8_t* a = PixelAt(input, 0, 0);
+      const uint8_t* b = PixelAt(input, 1, 0);
+      EXPECT_THAT(Pixels(output),
+                  ::testing::ElementsAre(Rgba{a[0], a[1], a[2], 255}, Rgba{b[0], b[1], b[2], 64}));
+    }
+    // Enlarging to 5 x 3: the picture covers columns 0 to 3 of rows 0 and 1, with its colours
+    // as the host holds them (what convert gives back); the rest is black. The mask is repeated:
+    // columns from columns 0, 0, 1, 2, 3 (i * 4 / 5), rows from rows 0, 0, 1 (j * 2 / 3).
+    ASSERT_EQ(
+        Qpx({"convert", "in.png", "held.png", "--host", "desktop", "--alpha", "--layout", layout})
+            .exitCode,
+        0);
+    const Image held = ReadImage(Path("held.png"));
+    const auto enlarged = InEveryHost(
+        ScaleMaskArgs("out.png", 5, 3, false, {"--alpha", "--layout", layout}), {"desktop"});
+    for (const auto& [output, mask] : enlarged) {
+      EXPECT_EQ(mask, (std::vector<uint8_t>{0, 0, 0, 127, 255,  //
+                                            0, 0, 0, 127, 255,  //
+                                            0, 0, 191, 0, 0}));
+      for (int32_t y = 0; y < 3; ++y) {
+        for (int32_t x = 0; x < 5; ++x) {
+          const uint8_t* p = PixelAt(output, x, y);
+          const Rgba colour =
+              x < 4 && y < 2 ? Rgba(PixelAt(held, x, y), PixelAt(held, x, y) + 3) : Rgba{0, 0, 0};
+          EXPECT_EQ(Rgba(p, p + 3), colour) << x << ", " << y;
+          EXPECT_EQ(p[3], 255 - mask[size_t(y * 5 + x)]) << x << ", " << y;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(CliScaleMaskTest, WithAnAlphaChannelOnAConsoleOrWebHostTheImageStaysBlack) {
+  // Their pictures cannot be drawn into, so not even the region reaches the result; the mask
+  // is resized as on a desktop host.
+  WritePng(Path("in.png"), PictureForTheAlphaPath(), true);
+  for (const auto& [output, mask] :
+       InEveryHost(ScaleMaskArgs("out.png", 2, 1, false, {"--alpha", "--layout", "1"}),
+                   {"console", "web"})) {
+    EXPECT_THAT(mask, ::testing::ElementsAre(0, 191));
+    EXPECT_THAT(Pixels(output), ::testing::ElementsAre(Rgba{0, 0, 0, 255}, Rgba{0, 0, 0, 64}));
+  }
+}
+
+TEST_F(CliScaleMaskTest, ToTheSameSizeGivesThePictureBack) {
+  const Image input = RandomImage(7, 5, true);
+  WritePng(Path("in.png"), input, true);
+  for (bool antialias : {false, true}) {
+    SCOPED_TRACE(antialias ? "antialias" : "");
+    for (const auto& [output, mask] : InEveryHost(ScaleMaskArgs("out.png", 7, 5, antialias))) {
+      EXPECT_TRUE(output.rgba == input.rgba);
+      EXPECT_EQ(mask, MaskOfAlpha(input));
+    }
+    // With an alpha channel: the picture itself, written with its alpha and without a mask.
+    const QpxRun run = Qpx(ScaleMaskArgs("out.png", 7, 5, antialias,
+                                         {"--host", "desktop", "--alpha", "--layout", "2"}));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const Image output = ReadImage(Path("out.png"));
+    ASSERT_TRUE(output.hasAlpha);
+    EXPECT_EQ(MaskOfAlpha(output), MaskOfAlpha(input));
+  }
+}
+
+TEST_F(CliScaleMaskTest, WithYieldingGivesTheSameResult) {
+  WritePng(Path("in.png"), RandomImage(20, 15, true), true);
+  ExpectYieldingChangesNothing("scale-mask");
+}
+
+TEST_F(CliScaleMaskTest, ToNoPixelsIsOneErrorLineAndNoOutput) {
+  WritePng(Path("in.png"), RandomImage(4, 4, true), true);
+  const QpxRun run = Qpx(ScaleMaskArgs("out.png", 0, 4, false, {"--mask-out", "mask.png"}));
+  ExpectOneErrorLine(run);
+  EXPECT_EQ(run.err, "qpx: pic.ScaleImageAndMaskQPX(0, 4, False) returned nil\n");
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+
+  WriteBytes(Path("out.png"), "precious");
+  WriteBytes(Path("mask.png"), "kept");
+  for (const char* host : kHostKinds) {
+    for (const std::vector<std::string>& more :
+         {std::vector<std::string>{"--host", host},
+          {"--host", host, "--alpha", "--layout", "2", "--antialias"}}) {
+      SCOPED_TRACE(more.back());
+      std::vector<std::string> options = more;
+      options.insert(options.end(), {"--mask-out", "mask.png"});
+      ExpectOneErrorLine(Qpx(ScaleMaskArgs("out.png", 8, -3, true, options)));
+      EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+      EXPECT_EQ(ReadAll(Path("mask.png")), "kept");
+    }
+  }
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "mask.png", "out.png"));
+}
+
+TEST_F(CliScaleMaskTest, AnUnwritableMaskFileLeavesTheOutputAsItWas) {
+  // The mask goes to a directory, which fails only when it is renamed into place, after the
+  // output's rename: the output gets its old contents back, or goes when it had none.
+  WritePng(Path("in.png"), RandomImage(6, 4, true), true);
+  fs::create_directory(Path("dir.png"));
+  for (bool existing : {true, false}) {
+    SCOPED_TRACE(existing ? "existing output" : "new output");
+    if (existing) WriteBytes(Path("out.png"), "precious");
+    const QpxRun run = Qpx(ScaleMaskArgs("out.png", 3, 2, false, {"--mask-out", "dir.png"}));
+    ExpectOneErrorLine(run);
+    EXPECT_THAT(run.err, StartsWith("qpx: cannot write 'dir.png': "));
+    if (existing) {
+      EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+      fs::remove(Path("out.png"));
+    }
+    EXPECT_THAT(Files(), ::testing::ElementsAre("dir.png", "in.png"));
+  }
+  // The other way round: an output that cannot be written leaves no mask file.
+  ExpectOneErrorLine(Qpx(ScaleMaskArgs("dir.png", 3, 2, false, {"--mask-out", "mask.png"})));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("dir.png", "in.png"));
+}
+
+TEST_F(CliTest, ScaleMaskHelpTellsOfTheAlphaChannelPath) {
+  const QpxRun run = Qpx({"scale-mask", "--help"});
+  EXPECT_EQ(run.exitCode, 0);
+  for (const char* text : {"ScaleImageAndMaskQPX", "--antialias", "top-left W x H region",
+                           "NOT resized", "console or web", "Masks:", "Transparency:"}) {
+    EXPECT_THAT(run.out, HasSubstr(text));
+  }
 }
 
 // --- resample ---------------------------------------------------------------------------------
@@ -956,10 +1229,9 @@ TEST_F(CliTest, UnknownModeNameIsAUsageErrorListingTheNames) {
   WritePng(Path("in.png"), RandomImage(4, 4, false), false);
   const QpxRun run = Qpx(ResampleArgs("out.png", "sharp", 4, 4));
   EXPECT_EQ(run.exitCode, 2);
-  ASSERT_FALSE(Lines(run.err).empty());
-  EXPECT_EQ(Lines(run.err)[0],
-            "--mode: unknown mode 'sharp': expected a 32-bit integer or one of triangle, box, "
-            "lanczos3, lanczos8, mitchell, cubic, cubic6");
+  EXPECT_EQ(run.err,
+            "qpx: --mode: unknown mode 'sharp': expected a 32-bit integer or one of triangle, "
+            "box, lanczos3, lanczos8, mitchell, cubic, cubic6 (see 'qpx resample --help')\n");
   EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
 }
 
@@ -1127,8 +1399,9 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
     at += 5;
     sources.push_back(page.substr(at, page.find('"', at) - at));
   }
-  EXPECT_EQ(sources.size(), 5 + 2 * DemoCalls().size());
-  for (const char* input : {"input.png", "detail.png", "sky.png", "tile.png", "ball.png"}) {
+  EXPECT_EQ(sources.size(), kDemoImageCount + 2 * DemoCalls().size());
+  for (const char* input :
+       {"input.png", "detail.png", "sky.png", "tile.png", "ball.png", "badge.png"}) {
     EXPECT_THAT(sources, ::testing::Contains(input));
   }
   // Sizes: the blurs keep the sample's, the shrinks are a quarter of each side, the detail and
@@ -1145,7 +1418,11 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
       {"sky.", {40, 30}},
       {"tile.", {16, 16}},
       {"ball.", {20, 20}},
-      {"draw-", {40, 30}}};
+      {"draw-", {40, 30}},
+      {"badge.", {40, 30}},
+      {"badge-mask-half", {20, 15}},
+      {"badge-mask-nearest-", {160, 120}},
+      {"badge-mask-antialias-", {160, 120}}};
   for (const std::string& file : sources) {
     SCOPED_TRACE(file);
     const Image image = ReadImage(Path("out/" + file));
@@ -1156,15 +1433,39 @@ TEST_F(CliTest, DemoWritesTheContactSheetAndEveryPictureItLists) {
     EXPECT_EQ(image.width, size->second.first);
     EXPECT_EQ(image.height, size->second.second);
   }
-  for (const char* text :
-       {"pic.BlurQPX(1.0)", "pic.BlurQPX(3.0)", "pic.BlurQPX(8.0)", "pic.ScaleQPX(160, 120, False)",
-        "detail.ScaleQPX(320, 240, False)", "detail.ScaleQPX(320, 240, True)", "console host",
-        "desktop host", "sky.DrawPictureFQPX(tile, 12.0, 7.0, 1.0)",
-        "sky.DrawPictureFQPX(tile, 12.25, 7.25, 1.0)", "sky.DrawPictureFQPX(tile, 12.5, 7.5, 1.0)",
-        "sky.DrawPictureFQPX(tile, 12.75, 7.75, 1.0)", "sky.DrawPictureFQPX(tile, 12.0, 7.0, 0.5)",
-        "sky.DrawPictureFQPX(tile, 12.0, 7.0, 0.25)", "sky.DrawPictureFQPX(ball, 10.0, 5.0, 1.0)",
-        "sky.DrawPictureFQPX(ball, 10.5, 5.5, 1.0)", "sky.DrawPictureFQPX(ball, 10.0, 5.0, 0.5)"}) {
+  for (const char* text : {"pic.BlurQPX(1.0)",
+                           "pic.BlurQPX(3.0)",
+                           "pic.BlurQPX(8.0)",
+                           "pic.ScaleQPX(160, 120, False)",
+                           "detail.ScaleQPX(320, 240, False)",
+                           "detail.ScaleQPX(320, 240, True)",
+                           "console host",
+                           "desktop host",
+                           "sky.DrawPictureFQPX(tile, 12.0, 7.0, 1.0)",
+                           "sky.DrawPictureFQPX(tile, 12.25, 7.25, 1.0)",
+                           "sky.DrawPictureFQPX(tile, 12.5, 7.5, 1.0)",
+                           "sky.DrawPictureFQPX(tile, 12.75, 7.75, 1.0)",
+                           "sky.DrawPictureFQPX(tile, 12.0, 7.0, 0.5)",
+                           "sky.DrawPictureFQPX(tile, 12.0, 7.0, 0.25)",
+                           "sky.DrawPictureFQPX(ball, 10.0, 5.0, 1.0)",
+                           "sky.DrawPictureFQPX(ball, 10.5, 5.5, 1.0)",
+                           "sky.DrawPictureFQPX(ball, 10.0, 5.0, 0.5)",
+                           "badge.ScaleImageAndMaskQPX(20, 15, False)",
+                           "badge.ScaleImageAndMaskQPX(20, 15, True)",
+                           "badge.ScaleImageAndMaskQPX(160, 120, False)",
+                           "badge.ScaleImageAndMaskQPX(160, 120, True)"}) {
     EXPECT_THAT(page, HasSubstr(text));
+  }
+  // Pictures with transparency are shown over a checkerboard, all of them as wide as badge.
+  for (const std::string& file : sources) {
+    SCOPED_TRACE(file);
+    const bool transparent = ReadImage(Path("out/" + file)).hasAlpha;
+    EXPECT_EQ(transparent, file.starts_with("ball") || file.starts_with("badge"));
+    const std::string image = "<img src=\"" + file + "\" alt=\"" + file + "\"";
+    EXPECT_EQ(page.find(image + " class=\"pixels checker\"") != std::string::npos, transparent);
+    if (file.starts_with("badge")) {
+      EXPECT_THAT(page, HasSubstr(image + " class=\"pixels checker\" width=\"320\">"));
+    }
   }
   // Every kernel on both receivers, labelled with its name.
   for (const auto& [number, name] : kModes) {
@@ -1288,6 +1589,54 @@ TEST_F(CliTest, DemoDrawingsFollowFromTheRules) {
     EXPECT_FALSE(quarter.rgba == copied.rgba);
     EXPECT_FALSE(quarter.rgba == result("draw-offset-50").rgba);
     EXPECT_FALSE(result("draw-offset-50").rgba == result("draw-offset-75").rgba);
+  }
+}
+
+TEST_F(CliTest, DemoMaskedResizesFollowFromTheRules) {
+  ASSERT_EQ(Qpx({"demo", "out"}).exitCode, 0);
+  const Image badge = ReadImage(Path("out/badge.png"));
+  ASSERT_TRUE(badge.hasAlpha);
+  // Transparent corners, an opaque middle and a rim that fades in between.
+  EXPECT_EQ(PixelAt(badge, 0, 0)[3], 0);
+  EXPECT_EQ(PixelAt(badge, 20, 15)[3], 255);
+  std::set<uint8_t> alphas;
+  for (size_t i = 3; i < badge.rgba.size(); i += 4) alphas.insert(badge.rgba[i]);
+  EXPECT_GT(alphas.size(), 8u);
+  for (const char* host : {"console", "desktop"}) {
+    SCOPED_TRACE(host);
+    const auto result = [&](const std::string& stem) {
+      return ReadImage(Path("out/" + stem + "-" + host + ".png"));
+    };
+    // Halving: boxes of 2 x 2 read from their top row, each colour (0.5 + 2 (a + b)) / 4
+    // truncated; the mask, 255 - alpha, likewise.
+    const Image half = result("badge-mask-half");
+    ASSERT_TRUE(half.hasAlpha);
+    for (int32_t y = 0; y < half.height; ++y) {
+      for (int32_t x = 0; x < half.width; ++x) {
+        const uint8_t* a = PixelAt(badge, 2 * x, 2 * y);
+        const uint8_t* b = PixelAt(badge, 2 * x + 1, 2 * y);
+        const uint8_t* p = PixelAt(half, x, y);
+        for (size_t c = 0; c < 3; ++c) {
+          ASSERT_EQ(p[c], int((0.5 + 2 * (a[c] + b[c])) / 4)) << x << ", " << y;
+        }
+        ASSERT_EQ(255 - p[3], int((0.5 + 2 * (510 - a[3] - b[3])) / 4)) << x << ", " << y;
+      }
+    }
+    // AntiAlias does not count when shrinking.
+    EXPECT_TRUE(result("badge-mask-half-antialias").rgba == half.rgba);
+    // Enlarging 4 times: without AntiAlias every pixel and its alpha repeated as a 4 x 4 block;
+    // with it, badge's pixels at every 4th row and column and blends between them.
+    const Image nearest = result("badge-mask-nearest");
+    const Image smooth = result("badge-mask-antialias");
+    EXPECT_EQ(RepeatedPixels(nearest, badge, 4, 4), 160 * 120);
+    int64_t onSource = 0;
+    for (int32_t y = 0; y < badge.height; ++y) {
+      for (int32_t x = 0; x < badge.width; ++x) {
+        onSource += std::memcmp(PixelAt(smooth, 4 * x, 4 * y), PixelAt(badge, x, y), 4) == 0;
+      }
+    }
+    EXPECT_EQ(onSource, 40 * 30);
+    EXPECT_LT(RepeatedPixels(smooth, badge, 4, 4), 160 * 120);
   }
 }
 
@@ -1508,6 +1857,26 @@ TEST(CliPlumbingTest, RowYieldsOfScale) {
   EXPECT_EQ(RowYields(scale(10, -1, false), 640, 480), 0);
 }
 
+TEST(CliPlumbingTest, RowYieldsOfScaleWithMask) {
+  auto scale = [](int32_t width, int32_t height, bool antiAlias) {
+    return MethodCall{"ScaleImageAndMaskQPX", {width, height, antiAlias}};
+  };
+  // Without a mask as ScaleQPX: the box resizer checks once per row and once after.
+  EXPECT_EQ(RowYields(scale(160, 120, false), 640, 480), 121);
+  // With a mask (or an alpha channel) the same resizer runs again, on the mask: 2 x 121.
+  EXPECT_EQ(RowYields(scale(160, 120, false), 640, 480, true), 242);
+  // The anti-aliased enlargement: 3 + 4 x 240 for the image, as many again for the mask.
+  EXPECT_EQ(RowYields(scale(320, 240, true), 80, 60), 963);
+  EXPECT_EQ(RowYields(scale(320, 240, true), 80, 60, true), 1926);
+  // Growing one way only takes the box resizer: 2 x (60 + 1).
+  EXPECT_EQ(RowYields(scale(320, 60, true), 80, 60, true), 122);
+  // The same size gives the receiver back; a size below 1 gives nil.
+  EXPECT_EQ(RowYields(scale(80, 60, true), 80, 60, true), 0);
+  EXPECT_EQ(RowYields(scale(0, 60, false), 80, 60, true), 0);
+  // Only this method resizes the mask.
+  EXPECT_EQ(RowYields({"ScaleQPX", {int32_t{160}, int32_t{120}, false}}, 640, 480, true), 121);
+}
+
 TEST(CliPlumbingTest, RowYieldsOfScaling) {
   auto scaling = [](int32_t mode, int32_t width, int32_t height) {
     return MethodCall{"ScalingQPX", {mode, width, height}};
@@ -1642,6 +2011,44 @@ TEST_P(CliMethodTest, ScaleYieldsAsTheProgressBarCounts) {
     yields = 0;
     RunMethod(*host_, picture.get(), call, 0);
     EXPECT_EQ(yields, 0);
+  }
+  host_->onYield = nullptr;
+}
+
+// Needs the module's ScaleImageAndMaskQPX.
+TEST_P(CliMethodTest, ScaleWithMaskYieldsAsTheProgressBarCounts) {
+  const Image opaque = RandomImage(7, 5, false, 61);
+  const Image transparent = RandomImage(7, 5, true, 62);
+  qpxhost::PictureOptions alphaChannel;
+  alphaChannel.hasAlpha = true;
+  struct Receiver {
+    const char* name;
+    PictureRef picture;
+    bool masked;
+  } receivers[] = {{"no mask", ImageToPicture(*host_, opaque, {}), false},
+                   {"mask", ImageToPicture(*host_, transparent, {}), true},
+                   {"alpha channel", ImageToPicture(*host_, transparent, alphaChannel), true}};
+  int yields = 0;
+  host_->onYield = [&] { ++yields; };
+  for (const Receiver& receiver : receivers) {
+    for (const auto& [width, height, antiAlias] :
+         {std::tuple{3, 2, false}, {14, 10, false}, {14, 10, true}, {14, 5, true}, {7, 5, true}}) {
+      const MethodCall call{"ScaleImageAndMaskQPX", {int32_t{width}, int32_t{height}, antiAlias}};
+      SCOPED_TRACE(std::string(receiver.name) + " " + call.Text());
+      yields = 0;
+      const PictureRef result = RunMethod(*host_, receiver.picture.get(), call, kYieldEveryRow);
+      EXPECT_EQ(yields, RowYields(call, 7, 5, receiver.masked));
+      EXPECT_EQ(result->width, width);
+      EXPECT_EQ(result->height, height);
+      if (result.get() == receiver.picture.get()) {
+        EXPECT_TRUE(width == 7 && height == 5);  // only at the same size
+      } else {
+        EXPECT_EQ(result->mask != nullptr, receiver.masked);
+      }
+      yields = 0;
+      RunMethod(*host_, receiver.picture.get(), call, 0);
+      EXPECT_EQ(yields, 0);
+    }
   }
   host_->onYield = nullptr;
 }

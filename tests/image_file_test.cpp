@@ -646,5 +646,64 @@ TEST_F(ImageFileTest, FailedRenameRemovesTemporaryFile) {
   EXPECT_EQ(Entries(), Names{"out.png"});
 }
 
+// ---------------------------------------------------------------------------------------------
+// Several files at once: all of them or none.
+
+TEST_F(ImageFileTest, WritePngFilesWritesEachInItsColourType) {
+  WriteBytes(Path("b.png"), {'o', 'l', 'd'});
+  const Image colour = SampleImage(4, 3, true);
+  WritePngFiles(
+      {{Path("a.png"), colour, PngColour::Rgba}, {Path("b.png"), colour, PngColour::Gray}});
+  EXPECT_EQ(ReadBytes(Path("a.png"))[25], PNG_COLOR_TYPE_RGB_ALPHA);
+  EXPECT_EQ(ReadOk(Path("a.png")).rgba, colour.rgba);
+  EXPECT_EQ(ReadBytes(Path("b.png"))[25], PNG_COLOR_TYPE_GRAY);
+  EXPECT_EQ(ReadOk(Path("b.png")).width, 4);
+  EXPECT_EQ(Entries(), (Names{"a.png", "b.png"}));
+}
+
+TEST_F(ImageFileTest, WritePngFilesFailingLateKeepsEveryOldFile) {
+  // Both files are written completely; the second rename fails on a directory, after the first
+  // has replaced its file, which then gets its old contents back.
+  const Bytes old = {'o', 'l', 'd'};
+  WriteBytes(Path("a.png"), old);
+  std::filesystem::create_directory(Path("dir.png"));
+  const Image image = SampleImage(3, 2, false);
+  try {
+    WritePngFiles(
+        {{Path("a.png"), image, PngColour::Rgb}, {Path("dir.png"), image, PngColour::Gray}});
+    ADD_FAILURE() << "no error";
+  } catch (const ImageError& e) {
+    EXPECT_EQ(std::string(e.what()).rfind("cannot write " + Quoted(Path("dir.png")) + ": ", 0), 0u)
+        << e.what();
+  }
+  EXPECT_EQ(ReadBytes(Path("a.png")), old);
+  EXPECT_EQ(Entries(), (Names{"a.png", "dir.png"}));
+
+  // A file that did not exist before is not left behind.
+  std::filesystem::remove(Path("a.png"));
+  EXPECT_THROW(WritePngFiles({{Path("new.png"), image, PngColour::Rgb},
+                              {Path("dir.png"), image, PngColour::Rgb}}),
+               ImageError);
+  EXPECT_EQ(Entries(), Names{"dir.png"});
+}
+
+TEST_F(ImageFileTest, WritePngFilesFailingEarlyWritesNothing) {
+  const Bytes old = {'o', 'l', 'd'};
+  WriteBytes(Path("b.png"), old);
+  Image broken = SampleImage(2, 2, false);
+  broken.rgba.pop_back();
+  const Image image = SampleImage(3, 2, false);
+  for (const auto& files : {std::vector<PngFile>{{Path("a.png"), image, PngColour::Rgb},
+                                                 {Path("b.png"), broken, PngColour::Gray}},
+                            std::vector<PngFile>{{Path("b.png"), broken, PngColour::Gray},
+                                                 {Path("a.png"), image, PngColour::Rgb}},
+                            std::vector<PngFile>{{Path("a.png"), image, PngColour::Rgb},
+                                                 {Path("missing/b.png"), image, PngColour::Rgb}}}) {
+    EXPECT_THROW(WritePngFiles(files), ImageError);
+    EXPECT_EQ(ReadBytes(Path("b.png")), old);
+    EXPECT_EQ(Entries(), Names{"b.png"});
+  }
+}
+
 }  // namespace
 }  // namespace qpx
