@@ -46,11 +46,14 @@ qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options) 
     throw CLI::ValidationError("--alpha",
                                "needs --layout 1 or 2, not " + std::to_string(options.layout));
   }
+  // The host's other layout follows in the same byte order, as a platform makes its bitmaps.
   qpxhost::HostConfig config = MakeHostConfig(options.host);
   if (options.alpha) {
     config.desktopAlphaLayout = options.layout;
+    config.desktopLayout = qpxhost::OpaqueLayoutPairedWith(options.layout);
   } else {
     config.desktopLayout = options.layout;
+    config.desktopAlphaLayout = qpxhost::AlphaLayoutPairedWith(options.layout);
   }
   return config;
 }

@@ -1,6 +1,7 @@
 #include "host.h"
 
 #include <stdexcept>
+#include <string>
 
 #include "plugin_module.h"
 #include "services.h"
@@ -29,7 +30,26 @@ std::optional<AppKind> ParseAppKind(const std::string& name) {
   return std::nullopt;
 }
 
+int32_t AlphaLayoutPairedWith(int32_t layout) {
+  return layout % 2 == 1 ? 1 : 2;
+}
+
+int32_t OpaqueLayoutPairedWith(int32_t alphaLayout) {
+  return alphaLayout == 1 ? 5 : 6;
+}
+
+bool LayoutsPaired(const HostConfig& config) {
+  return config.desktopLayout >= 1 && config.desktopLayout <= 6 &&
+         (config.desktopAlphaLayout == 1 || config.desktopAlphaLayout == 2) &&
+         AlphaLayoutPairedWith(config.desktopLayout) == config.desktopAlphaLayout;
+}
+
 Host::Host(HostConfig config) : config_(std::move(config)) {
+  if (!LayoutsPaired(config_)) {
+    throw std::invalid_argument("desktop layouts " + std::to_string(config_.desktopLayout) +
+                                " and " + std::to_string(config_.desktopAlphaLayout) +
+                                " are not in one byte order");
+  }
   if (gBootedHost != nullptr) throw std::logic_error("another emulated host is already booted");
   gBootedHost = this;
 }

@@ -19,11 +19,22 @@ struct HostConfig {
   // Service names, class names and method declarations this host lacks.
   std::set<std::string> unavailable;
   // Desktop pictures: the bitmap layout (alpha-info code 1 to 6) of pictures without and with
-  // an alpha channel, and extra bytes at the end of each row.
+  // an alpha channel, and extra bytes at the end of each row. The two layouts must be in one
+  // byte order (LayoutsPaired): a platform makes all its bitmap contexts alike.
   int32_t desktopLayout = 5;
   int32_t desktopAlphaLayout = 1;
   int32_t rowPadding = 0;
 };
+
+// A platform makes all its bitmap contexts in one byte order: the alpha or skipped byte last
+// (layouts 1, 3, 5; pictures with an alpha channel in 1) or first (2, 4, 6; alpha in 2).
+// The alpha layout in the byte order of `layout`: 1 or 2.
+int32_t AlphaLayoutPairedWith(int32_t layout);
+// The opaque layout qpx and the tests pair with an alpha layout (1 or 2): none-skip-last (5) or
+// none-skip-first (6).
+int32_t OpaqueLayoutPairedWith(int32_t alphaLayout);
+// Whether the desktop layouts are 1 to 6 and in one byte order (alpha layout 1 or 2).
+bool LayoutsPaired(const HostConfig& config);
 
 const char* AppKindName(AppKind kind);
 // "desktop", "console" or "web"; nullopt for anything else.

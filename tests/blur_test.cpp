@@ -229,7 +229,7 @@ TEST_F(BlurTest, UniformPictureKeepsItsColourAndBecomesOpaque) {
 }
 
 TEST_F(BlurTest, PictureWithAlphaChannelGivesAnOpaquePictureWithout) {
-  for (HostConfig config : {DesktopHost(5, 1), DesktopHost(2, 2), AppHost(AppKind::Console)}) {
+  for (HostConfig config : {DesktopHost(5), DesktopHost(2), AppHost(AppKind::Console)}) {
     SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     PictureOptions options;
@@ -257,9 +257,10 @@ TEST_F(BlurTest, PictureWithAlphaChannelGivesAnOpaquePictureWithout) {
 // source's layout differs from the new picture's (an alpha picture in ARGB order, new pictures
 // in RGBA order), the channels come out shifted by one byte.
 TEST_F(BlurTest, LineCopyIsReadInTheSourcesLayout) {
-  Host& host = Boot(DesktopHost(/*layout=*/5, /*alphaLayout=*/2));
+  Host& host = Boot(DesktopHost(5));
   PictureOptions options;
   options.hasAlpha = true;
+  options.layout = 2;
   HostPicture* picture = qpxhost::NewHostPicture(host, 4, 3, options);
   for (int32_t y = 0; y < 3; ++y) {
     for (int32_t x = 0; x < 4; ++x) {
@@ -484,7 +485,7 @@ TEST_F(BlurTest, UnopenableReceiverGivesNil) {
 
 // A desktop picture whose pixels do not lock is read through a 32-bit copy.
 TEST_F(BlurTest, ReceiverThatDoesNotLockIsReadThroughACopy) {
-  Host& host = Boot(DesktopHost(6, 1, 4));
+  Host& host = Boot(DesktopHost(6, 4));
   PictureOptions options;
   options.lockable = false;
   HostPicture* picture = qpxhost::NewHostPicture(host, 9, 6, options);

@@ -1795,9 +1795,13 @@ TEST(CliPlumbingTest, HostConfigFollowsLayoutAndAlpha) {
   const qpxhost::HostConfig plain = ConfigFor("desktop", 6, false);
   EXPECT_EQ(plain.app, qpxhost::AppKind::Desktop);
   EXPECT_EQ(plain.desktopLayout, 6);
+  EXPECT_EQ(plain.desktopAlphaLayout, 2);  // alpha first, as the skipped byte
+  EXPECT_EQ(ConfigFor("desktop", 3, false).desktopAlphaLayout, 1);
   const qpxhost::HostConfig alpha = ConfigFor("web", 2, true);
   EXPECT_EQ(alpha.app, qpxhost::AppKind::Web);
   EXPECT_EQ(alpha.desktopAlphaLayout, 2);
+  EXPECT_EQ(alpha.desktopLayout, 6);
+  EXPECT_EQ(ConfigFor("desktop", 1, true).desktopLayout, 5);
   EXPECT_THROW(ConfigFor("console", 4, true), CLI::ValidationError);
 }
 

@@ -859,7 +859,7 @@ TEST_F(DrawTest, WithoutTheMaskServiceThePictureDrawsUnmasked) {
 // A desktop picture whose pixels do not lock opens through a 32-bit copy made by the host's
 // drawing, which holds the same colours; the copy is released with the call.
 TEST_F(DrawTest, PictureThatOpensOnlyThroughACopyStillDraws) {
-  for (const HostConfig& config : {DesktopHost(6, 1, 4), DesktopHost(3, 2)}) {
+  for (const HostConfig& config : {DesktopHost(6, 4), DesktopHost(4)}) {
     SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     PictureOptions options;

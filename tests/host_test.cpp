@@ -133,6 +133,33 @@ TEST_F(HostTest, OnlyOneHostIsBootedAtATime) {
   EXPECT_EQ(Host::Current(), &host());
 }
 
+// Bitmap contexts of one platform share one byte order: alpha (or the skipped byte) last in
+// 1, 3, 5 and 1; first in 2, 4, 6 and 2.
+TEST(HostLayouts, PairByByteOrder) {
+  for (int32_t layout = 1; layout <= 6; ++layout) {
+    EXPECT_EQ(qpxhost::AlphaLayoutPairedWith(layout), layout % 2 == 1 ? 1 : 2) << layout;
+  }
+  EXPECT_EQ(qpxhost::OpaqueLayoutPairedWith(1), 5);
+  EXPECT_EQ(qpxhost::OpaqueLayoutPairedWith(2), 6);
+  HostConfig config;
+  for (int32_t layout = 0; layout <= 7; ++layout) {
+    for (int32_t alphaLayout = 0; alphaLayout <= 3; ++alphaLayout) {
+      config.desktopLayout = layout;
+      config.desktopAlphaLayout = alphaLayout;
+      const bool paired = layout >= 1 && layout <= 6 && alphaLayout == 2 - layout % 2;
+      EXPECT_EQ(qpxhost::LayoutsPaired(config), paired) << layout << " " << alphaLayout;
+    }
+  }
+}
+
+TEST(HostLayouts, AHostWithUnpairedLayoutsDoesNotBoot) {
+  HostConfig config;
+  config.desktopLayout = 5;
+  config.desktopAlphaLayout = 2;
+  EXPECT_THROW(Host unpaired(config), std::invalid_argument);
+  EXPECT_EQ(Host::Current(), nullptr);
+}
+
 TEST(HostWithoutBoot, ResolverAnswersNothing) {
   EXPECT_EQ(Host::Resolve("REALLockObject"), nullptr);
 }

@@ -161,17 +161,13 @@ std::ostream& operator<<(std::ostream& out, const HostVariant& variant) {
 std::vector<HostVariant> AllHostVariants() {
   std::vector<HostVariant> variants;
   for (int32_t layout = 1; layout <= 6; ++layout) {
-    for (int32_t alphaLayout = 1; alphaLayout <= 2; ++alphaLayout) {
-      for (int32_t padding : {0, layout % 2 == 0 ? 12 : 3}) {
-        HostVariant variant;
-        variant.config.app = qpxhost::AppKind::Desktop;
-        variant.config.desktopLayout = layout;
-        variant.config.desktopAlphaLayout = alphaLayout;
-        variant.config.rowPadding = padding;
-        variant.name = "Desktop" + std::to_string(layout) + "Alpha" + std::to_string(alphaLayout) +
-                       (padding ? "Padded" + std::to_string(padding) : "Packed");
-        variants.push_back(variant);
-      }
+    for (int32_t padding : {0, layout % 2 == 0 ? 12 : 3}) {
+      HostVariant variant;
+      variant.config = DesktopHost(layout, padding);
+      variant.name = "Desktop" + std::to_string(layout) + "Alpha" +
+                     std::to_string(variant.config.desktopAlphaLayout) +
+                     (padding ? "Padded" + std::to_string(padding) : "Packed");
+      variants.push_back(variant);
     }
   }
   for (qpxhost::AppKind app : {qpxhost::AppKind::Console, qpxhost::AppKind::Web}) {
@@ -204,10 +200,10 @@ qpxhost::HostConfig AppHost(qpxhost::AppKind app) {
   return config;
 }
 
-qpxhost::HostConfig DesktopHost(int32_t layout, int32_t alphaLayout, int32_t padding) {
+qpxhost::HostConfig DesktopHost(int32_t layout, int32_t padding) {
   qpxhost::HostConfig config = AppHost(qpxhost::AppKind::Desktop);
   config.desktopLayout = layout;
-  config.desktopAlphaLayout = alphaLayout;
+  config.desktopAlphaLayout = qpxhost::AlphaLayoutPairedWith(layout);
   config.rowPadding = padding;
   return config;
 }
@@ -222,7 +218,7 @@ std::string HostName(const qpxhost::HostConfig& config) {
 }
 
 std::vector<qpxhost::HostConfig> EveryKindOfHost() {
-  return {DesktopHost(5, 1, 8), DesktopHost(2, 2, 4), AppHost(qpxhost::AppKind::Console),
+  return {DesktopHost(5, 8), DesktopHost(2, 4), AppHost(qpxhost::AppKind::Console),
           AppHost(qpxhost::AppKind::Web)};
 }
 

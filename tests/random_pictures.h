@@ -61,8 +61,8 @@ struct HostVariant {
 };
 std::ostream& operator<<(std::ostream& out, const HostVariant& variant);
 
-// Desktop hosts with every layout 1 to 6 for pictures without alpha channel, both layouts
-// (1, 2) for pictures with one, rows packed and padded; a console and a web host.
+// Desktop hosts with every layout 1 to 6 for pictures without alpha channel, each with the
+// alpha layout (1 or 2) in its byte order, rows packed and padded; a console and a web host.
 std::vector<HostVariant> AllHostVariants();
 // The layout of a new 32-bit picture without alpha channel in that host.
 int32_t NewPictureFormat(const qpxhost::HostConfig& config);
@@ -72,10 +72,10 @@ int32_t NewAlphaPictureFormat(const qpxhost::HostConfig& config);
 // pixels a side; with one at least 1 a side, on a host of 2011.04 or later.
 bool WriterAccepts(const qpxhost::HostConfig& config, bool hasAlpha, int32_t width, int32_t height);
 
-// Hosts for named tests: an application of `app`, or a desktop one with these layouts and
-// row padding; and a name for traces.
+// Hosts for named tests: an application of `app`, or a desktop one with this layout (and the
+// alpha layout in its byte order) and row padding; and a name for traces.
 qpxhost::HostConfig AppHost(qpxhost::AppKind app);
-qpxhost::HostConfig DesktopHost(int32_t layout, int32_t alphaLayout = 1, int32_t padding = 0);
+qpxhost::HostConfig DesktopHost(int32_t layout, int32_t padding = 0);
 std::string HostName(const qpxhost::HostConfig& config);
 // One host of each kind: desktop ones in layouts 5 and 2 (alpha layouts 1 and 2), rows padded;
 // a console and a web one.

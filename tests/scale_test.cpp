@@ -422,8 +422,7 @@ TEST_F(ScaleTest, AntiAliasedTwoByTwoToFourByFour) {
 // Alpha is one more byte to the enlargement: transparent and opaque columns blend to 128 at
 // the midpoints, as the colour bytes do (blended as stored, premultiplied or not).
 TEST_F(ScaleTest, AntiAliasInterpolatesVaryingAlpha) {
-  for (const HostConfig& config :
-       {DesktopHost(5, 1), DesktopHost(5, 2, 4), AppHost(AppKind::Console)}) {
+  for (const HostConfig& config : {DesktopHost(5), DesktopHost(6, 4), AppHost(AppKind::Console)}) {
     SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     const Bytes clear = {0, 0, 0, 0}, opaque = {255, 255, 255, 255};
@@ -575,7 +574,7 @@ TEST_F(ScaleTest, EnlargementWhoseWriterFailsFallsBackAndStillGivesNil) {
 // on, k * 46000 passes 2^31 - 1 and wraps negative, so the index turns negative (its taps
 // clamp to column 0) and t = (n mod dstW) / dstW is negative.
 TEST_F(ScaleTest, EnlargementRunningSumsWrapAt32Bits) {
-  for (const HostConfig& config : {DesktopHost(5, 2), AppHost(AppKind::Console)}) {
+  for (const HostConfig& config : {DesktopHost(6), AppHost(AppKind::Console)}) {
     SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     qpxtest::PictureRecipe recipe;
@@ -605,7 +604,7 @@ TEST_F(ScaleTest, UnopenableReceiverGivesNil) {
 // byte set through the host, the copy holds the same bytes.
 TEST_F(ScaleTest, ReceiverThatDoesNotLockIsReadThroughACopy) {
   for (const ScaleCall& call : {ScaleCall{5, 4}, ScaleCall{14, 13, true}}) {
-    Host& host = Reboot(DesktopHost(6, 1, 4));
+    Host& host = Reboot(DesktopHost(6, 4));
     PictureOptions options;
     options.lockable = false;
     HostPicture* picture = qpxhost::NewHostPicture(host, 9, 6, options);

@@ -261,8 +261,8 @@ TEST_F(ScalingTest, MitchellSoftensAtTheSameSize) {
 // pictures without alpha channel whose layout keeps an alpha byte (3 and 4).
 TEST_F(ScalingTest, AlphaSourceComesBackOpaque) {
   std::vector<HostConfig> hosts = qpxtest::EveryKindOfHost();
-  hosts.push_back(DesktopHost(3, 1));
-  hosts.push_back(DesktopHost(4, 2, 4));
+  hosts.push_back(DesktopHost(3));
+  hosts.push_back(DesktopHost(4, 4));
   for (const HostConfig& config : hosts) {
     SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
@@ -451,7 +451,7 @@ TEST_F(ScalingTest, WriterThatCannotBeCreatedGivesNilAfterTheHorizontalWork) {
 // 4 = 2,147,549,180 is above 0x7FFFFFFF, 2^19 x 1024 x 4 = 2^31 too, and 2^20 x 1024 x 4
 // wraps to 0. Each gives nil before any yield.
 TEST_F(ScalingTest, IntermediateThatFailsItsSizeTestGivesNilBeforeAnyYield) {
-  for (const HostConfig& config : {DesktopHost(5, 1), AppHost(AppKind::Console)}) {
+  for (const HostConfig& config : {DesktopHost(5), AppHost(AppKind::Console)}) {
     SCOPED_TRACE(HostName(config));
     Host& host = Reboot(config);
     CheckScaling(host, qpxtest::MakePicture(host, NoiseRecipe(1, 16385)),
@@ -478,7 +478,7 @@ TEST_F(ScalingTest, UnopenableReceiverGivesNil) {
 // A desktop picture whose pixels do not lock is read through a 32-bit copy of it; with every
 // byte set through the host, the copy holds the same bytes.
 TEST_F(ScalingTest, ReceiverThatDoesNotLockIsReadThroughACopy) {
-  Host& host = Boot(DesktopHost(6, 1, 4));
+  Host& host = Boot(DesktopHost(6, 4));
   for (int32_t mode = 1; mode <= 7; ++mode) {
     PictureOptions options;
     options.lockable = false;
