@@ -4,15 +4,21 @@
 // shared machine wall time also counts waits for a core.
 //
 // Besides Google Benchmark's flags it takes
-//   --plain_module=PATH       a build of the module with QPX_PLAIN_LOOPS, whose ScalingQPX and
-//                             DrawPictureFQPX are timed too, on a desktop host (cases
-//                             Scaling/desktop/JOB/plain/MODE, Draw/desktop/JOB/plain/MASK)
+//   --plain_module=PATH       a build of the module with QPX_PLAIN_LOOPS, whose ScalingQPX,
+//                             DrawPictureFQPX, ScaleImageAndMaskQPX and ScaleQPX (the last two
+//                             on the shrink and the cubic enlargement only) are timed too, on a
+//                             desktop host (cases Scaling/desktop/JOB/plain/MODE,
+//                             Draw/desktop/JOB/plain/MASK, ScaleImageAndMask/desktop/CASE/plain,
+//                             Scale/desktop/CASE/plain)
 //   --scaling_min_time=SECS   seconds each ScalingQPX case runs at least, per repetition
 //                             (default 0.1)
 //   --scaling_repetitions=N   repetitions of each ScalingQPX case (default: as many as
 //                             --benchmark_repetitions asks for)
 //   --draw_min_time=SECS      seconds each DrawPictureFQPX and cairo case runs at least, per
 //                             repetition (default 0.5)
+//   --masked_min_time=SECS    seconds each ScaleImageAndMaskQPX case and each case only it is
+//                             held against (the plain build's ScaleQPX, the mask copy) runs at
+//                             least, per repetition (default 0.5)
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -40,6 +46,7 @@ struct Options {
   std::string plainModule;
   qpxbench::RunLength scaling;
   qpxbench::RunLength draw{0.5};
+  qpxbench::RunLength masked{0.5};
 };
 
 // The value of `--name=VALUE` in `argument`, if that is what it is.
@@ -79,6 +86,8 @@ bool ParseOptions(int argc, char** argv, Options& options) {
       if (!SetMinTime(argv[0], "scaling_min_time", *seconds, options.scaling)) return false;
     } else if (auto seconds = FlagValue(argv[i], "draw_min_time")) {
       if (!SetMinTime(argv[0], "draw_min_time", *seconds, options.draw)) return false;
+    } else if (auto seconds = FlagValue(argv[i], "masked_min_time")) {
+      if (!SetMinTime(argv[0], "masked_min_time", *seconds, options.masked)) return false;
     } else if (auto count = FlagValue(argv[i], "scaling_repetitions")) {
       const double repetitions = PositiveNumber(*count);
       options.scaling.repetitions = static_cast<int>(repetitions);
@@ -93,6 +102,12 @@ bool ParseOptions(int argc, char** argv, Options& options) {
   return true;
 }
 
+void AddMinTimeContext(const char* name, const qpxbench::RunLength& length) {
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%g", length.minTime);
+  benchmark::AddCustomContext(name, seconds);
+}
+
 // Cases of one kind of application and one build of the module are registered together, so
 // that a run in order boots each host once; an interleaved run boots one again whenever it
 // switches.
@@ -105,7 +120,9 @@ void RegisterAll(const Options& options) {
   for (const auto& [name, app] : apps) {
     qpxbench::RegisterFloorBenchmarks(app, name);
     qpxbench::RegisterBlurBenchmarks(app, name);
-    qpxbench::RegisterScaleBenchmarks(app, name);
+    qpxbench::RegisterScaleBenchmarks(app, name, normal, qpxbench::kScaleCases);
+    qpxbench::RegisterScaleImageAndMaskBenchmarks(app, name, normal, options.masked);
+    qpxbench::RegisterMaskCopyBenchmarks(app, name, options.masked);
     qpxbench::RegisterScalingBenchmarks(app, name, normal, options.scaling);
     qpxbench::RegisterDrawBenchmarks(app, name, normal, options.draw);
   }
@@ -116,6 +133,11 @@ void RegisterAll(const Options& options) {
     qpxbench::RegisterScalingBenchmarks(qpxhost::AppKind::Desktop, "desktop", plain,
                                         options.scaling);
     qpxbench::RegisterDrawBenchmarks(qpxhost::AppKind::Desktop, "desktop", plain, options.draw);
+    // ScaleImageAndMaskQPX's and the two ScaleQPX calls it is held against.
+    qpxbench::RegisterScaleBenchmarks(qpxhost::AppKind::Desktop, "desktop", plain,
+                                      qpxbench::kMaskedScaleCases, options.masked);
+    qpxbench::RegisterScaleImageAndMaskBenchmarks(qpxhost::AppKind::Desktop, "desktop", plain,
+                                                  options.masked);
   }
 #ifdef QPX_BENCH_OPENCV
   qpxbench::RegisterOpenCVBenchmarks();
@@ -143,11 +165,9 @@ int main(int argc, char** argv) {
   }
   benchmark::AddCustomContext("plain_module",
                               options.plainModule.empty() ? "not given" : options.plainModule);
-  char minTime[32];
-  std::snprintf(minTime, sizeof minTime, "%g", options.scaling.minTime);
-  benchmark::AddCustomContext("scaling_min_time", minTime);
-  std::snprintf(minTime, sizeof minTime, "%g", options.draw.minTime);
-  benchmark::AddCustomContext("draw_min_time", minTime);
+  AddMinTimeContext("scaling_min_time", options.scaling);
+  AddMinTimeContext("draw_min_time", options.draw);
+  AddMinTimeContext("masked_min_time", options.masked);
   benchmark::AddCustomContext("scaling_repetitions",
                               options.scaling.repetitions > 0
                                   ? std::to_string(options.scaling.repetitions)

@@ -20,6 +20,13 @@ resize with the same kernel; a mode meets its target when its normal build is no
 that peer. Modes 4 and 7 have no peer with their kernel and are held against Lanczos 3's
 peers, the closest, without a verdict. OpenCV's rows stand for reference only.
 
+ScaleImageAndMaskQPX's table gives, for the shrink and the cubic enlargement of a picture with
+a mask, its time as a ratio to the fastest way Pillow resizes the same as an RGBA image (the
+mask as the fourth channel) and to its target: ScaleQPX on the picture alone twice (once for
+the picture, once for its mask, a 32-bit picture of the same size), plus the mask made for a
+result and the resized mask put into it, timed apart in the same run; the plain loops' time
+against theirs the same way. A row meets its target when it takes no longer than that sum.
+
 DrawPictureFQPX's table gives, for a 2000 x 2000 picture and a 64 x 64 sprite drawn onto a
 4000 x 3000 receiver, without and with the picture's mask, its time on the normal build and
 on the build with plain loops, each as a ratio to the fastest way cairo draws the same and to
@@ -56,6 +63,14 @@ SCALE_PEERS = {
 PEER_TARGET = 1.0  # ScaleQPX, ScalingQPX and DrawPictureFQPX over the fastest peer
 READ_WRITE_TARGET = 2.0  # the shrink over the floor of the bytes it must read and write
 SPRITE_TARGET = 2.0  # DrawPictureFQPX's sprite over the copy of the receiver's bytes
+
+# ScaleImageAndMaskQPX's jobs, by ScaleQPX's job names: the size of their output, and Pillow's
+# resizes of the same as RGBA images.
+MASKED_JOBS = {
+    "shrink": (SMALL, ("Pillow/reduce(4)/shrink-rgba", "Pillow/BOX/shrink-rgba")),
+    "cubic": (LARGE, ("Pillow/BICUBIC/enlarge-rgba",)),
+}
+MASK_TARGET = 1.0  # ScaleImageAndMaskQPX over two ScaleQPX calls plus the mask copy
 
 # DrawPictureFQPX's jobs, each without and with the picture's mask, and cairo's ways of drawing
 # the same, by case name cairo/JOB/SOURCE.
@@ -375,6 +390,75 @@ def scaling_table(context, times, pillow_note):
                  "target.")
 
 
+def target_of(parts):
+    """ScaleImageAndMaskQPX's target from ScaleQPX's time and the mask copy's: ScaleQPX once
+    for the picture and once for its mask, which the resizers treat as a picture of that size."""
+    scale, mask_copy = parts
+    return None if scale is None or mask_copy is None else 2 * scale + mask_copy
+
+
+def masked_rows(job, times, misses):
+    """The table's rows of a job as (who, cells after it): ScaleImageAndMaskQPX's, the parts of
+    its targets, and Pillow's. Adds the rows that miss a target to `misses`."""
+    output, pillow_names = MASKED_JOBS[job]
+    peers = [(label(name) + ", RGBA", times.get(name)) for name in pillow_names]
+    fastest = fastest_of(peers)[0]
+    what = "2 x ScaleQPX + mask copy"
+    rows, parts = [], []
+    for app in APPS:
+        def part_times(suffix, app=app):
+            return [times.get(f"Scale/{app}/{job}{suffix}"), times.get(f"MaskCopy/{app}/{output}")]
+
+        who = f"ScaleImageAndMaskQPX {app}"
+        ms, target = times.get(f"ScaleImageAndMask/{app}/{job}"), target_of(part_times(""))
+        verdict_text = judged(ms, [(target, MASK_TARGET, what)], "no target")
+        note_miss(misses, f"{job}, {who}", ms, verdict_text)
+        plain = times.get(f"ScaleImageAndMask/{app}/{job}/plain")
+        if plain is None:
+            plain_part = ["not run", "", "", ""]
+        else:
+            plain_target = target_of(part_times("/plain"))
+            plain_verdict = judged(plain, [(plain_target, MASK_TARGET, what)], "no target")
+            note_miss(misses, f"{job}, {who}, plain loops", plain, plain_verdict)
+            verdict_text += f"; plain loops: {plain_verdict}"
+            plain_part = [cell(plain), ratio(plain, fastest), cell(plain_target),
+                          ratio(plain, plain_target)]
+        rows.append((who, [cell(ms), ratio(ms, fastest), cell(target), ratio(ms, target)] +
+                     plain_part + [verdict_text]))
+        names = ("ScaleQPX on the picture alone (counted twice: picture and mask)",
+                 "mask made for the result, resized mask put into it")
+        plain_parts = part_times("/plain") if plain is not None else [None] * len(names)
+        for text, part, plain_part in zip(names, part_times(""), plain_parts):
+            plain_text = "" if plain_part is None else cell(plain_part)
+            parts.append((f"{text}, {app}", [cell(part), "", "", "", plain_text, "", "", "", ""]))
+    peer_rows = [(text, [cell(ms), ratio(ms, fastest)] + [""] * 7) for text, ms in peers]
+    return rows + parts + peer_rows
+
+
+def masked_table(context, times, pillow_note):
+    print(f"ScaleImageAndMaskQPX, yield 0, on a picture of noise with a mask of noise, median of "
+          f"repetitions of at least {context.get('masked_min_time', '?')} s, against Pillow "
+          f"resizing RGBA images ({pillow_note}); target: 2 x ScaleQPX on the picture alone "
+          "(the picture, and its mask of the same size) + the mask made for the result with the "
+          "resized mask put into it, timed apart in the same run; plain loops from "
+          f"{context.get('plain_module', 'n/a')} (desktop only; the mask copy is the host's, "
+          "the same for both builds)")
+    print()
+    print("| job | who | ms | / fastest Pillow RGBA | target ms | / target | plain loops ms "
+          "| plain / fastest Pillow RGBA | plain target ms | plain / plain target | target |")
+    print("|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---|")
+    misses = []
+    for job in MASKED_JOBS:
+        for who, cells in masked_rows(job, times, misses):
+            print(f"| {job} | {who} | " + " | ".join(cells) + " |")
+    print()
+    for job in MASKED_JOBS:
+        print(f"- {job}: {JOBS[job]}")
+    print()
+    print_misses(misses, "ScaleImageAndMaskQPX", "Every ScaleImageAndMaskQPX row meets its "
+                 "target.")
+
+
 def draw_rows(job, mask, times):
     """The rows of a job with or without mask as (label, ms, copy floor, plain loops ms or
     None, target), and its fastest cairo peer as (ms, label). The whole picture is held
@@ -443,6 +527,8 @@ def main(argv):
     scale_table(context, times, pillow_note)
     print()
     scaling_table(context, times, pillow_note)
+    print()
+    masked_table(context, times, pillow_note)
     print()
     draw_table(context, times)
     for name, message in sorted(errors.items()):

@@ -3,6 +3,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <optional>
+#include <span>
 #include <string>
 
 #include "host.h"
@@ -18,6 +20,21 @@ struct ScaleJob {
 };
 inline constexpr ScaleJob kShrink{"shrink", kLarge, kSmall};
 inline constexpr ScaleJob kEnlarge{"enlarge", kSmall, kLarge};
+
+// ScaleQPX's and ScaleImageAndMaskQPX's cases: a resize job and their AntiAlias argument.
+struct ScaleCase {
+  const char* name;
+  ScaleJob job;
+  bool antiAlias;
+};
+// The box resizer shrinking, the cubic enlargement, and the box resizer enlarging (repeating
+// pixels).
+inline constexpr ScaleCase kScaleShrink{"shrink", kShrink, false};
+inline constexpr ScaleCase kScaleCubic{"cubic", kEnlarge, true};
+inline constexpr ScaleCase kScaleNearest{"nearest", kEnlarge, false};
+inline constexpr ScaleCase kScaleCases[] = {kScaleShrink, kScaleCubic, kScaleNearest};
+// ScaleImageAndMaskQPX's: one for each resizer.
+inline constexpr ScaleCase kMaskedScaleCases[] = {kScaleShrink, kScaleCubic};
 
 // DrawPictureFQPX's jobs: a picture of noise, with or without a mask of noise, drawn at a
 // fractional position with opacity kDrawAlpha onto a receiver of noise of kCanvas, in place.
@@ -61,7 +78,17 @@ inline void SetRunLength(benchmark::internal::Benchmark* cases, RunLength length
 // Runs under a host of kind `app`.
 void RegisterFloorBenchmarks(qpxhost::AppKind app, const char* appName);
 void RegisterBlurBenchmarks(qpxhost::AppKind app, const char* appName);
-void RegisterScaleBenchmarks(qpxhost::AppKind app, const char* appName);
+// ScaleQPX on a picture of noise without mask, for each of `cases`; with the command line's run
+// length unless `length` is given.
+void RegisterScaleBenchmarks(qpxhost::AppKind app, const char* appName, const ModuleBuild& module,
+                             std::span<const ScaleCase> cases,
+                             std::optional<RunLength> length = std::nullopt);
+// ScaleImageAndMaskQPX on that picture with a mask of noise, for each of kMaskedScaleCases.
+void RegisterScaleImageAndMaskBenchmarks(qpxhost::AppKind app, const char* appName,
+                                         const ModuleBuild& module, RunLength length);
+// What ScaleImageAndMaskQPX pays beyond its resizes, for the output of each of
+// kMaskedScaleCases: a mask made for the result and the resized mask put into it.
+void RegisterMaskCopyBenchmarks(qpxhost::AppKind app, const char* appName, RunLength length);
 void RegisterScalingBenchmarks(qpxhost::AppKind app, const char* appName, const ModuleBuild& module,
                                RunLength length);
 void RegisterDrawBenchmarks(qpxhost::AppKind app, const char* appName, const ModuleBuild& module,

@@ -19,8 +19,8 @@ qpxhost::HostConfig ConfigFor(qpxhost::AppKind app) {
 
 // Tells calls apart, for checking each once.
 std::string Describe(const MethodCall& call) {
-  std::string text =
-      call.method + " on " + call.source.Name() + (call.result ? "" : " in place") + " (";
+  std::string text = call.method + " on " + call.source.Name() + (call.result ? "" : " in place") +
+                     (call.masked ? " masked" : "") + " (";
   if (call.picture) {
     text += call.picture->size.Name() + (call.picture->masked ? " masked" : "") + ", ";
   }
@@ -68,6 +68,17 @@ std::string ResultError(qpxhost::Host& host, const MethodCall& call,
            " references";
   }
   if (picture->lockCount != 0) return call.method + " left its result locked";
+  if (call.masked) {
+    const qpxhost::HostPicture* mask = picture->mask;
+    if (mask == nullptr || mask->width != picture->width || mask->height != picture->height) {
+      return call.method + " returned a picture without a mask of its size";
+    }
+    if (host.RefCount(mask) != 1 || mask->lockCount != 0) {
+      return call.method + " returned a picture whose mask has " +
+             std::to_string(host.RefCount(mask)) + " references, locked " +
+             std::to_string(mask->lockCount) + " times";
+    }
+  }
   return {};
 }
 
@@ -137,7 +148,8 @@ qpxhost::HostPicture* Session::Argument(const PictureArgument& argument) {
 }
 
 qpxhost::HostPicture* Session::Receiver(const MethodCall& call) {
-  return call.result ? Source(call.source) : Canvas(call.source);
+  if (!call.result) return Canvas(call.source);
+  return call.masked ? Argument({call.source, true}) : Source(call.source);
 }
 
 std::vector<qpxhost::Value> Session::Arguments(const MethodCall& call) {
@@ -151,9 +163,9 @@ std::vector<qpxhost::Value> Session::Arguments(const MethodCall& call) {
 
 std::vector<qpxhost::HostPicture*> Session::Handed(const MethodCall& call) {
   std::vector<qpxhost::HostPicture*> handed{Receiver(call)};
-  if (call.picture) {
-    handed.push_back(Argument(*call.picture));
-    if (handed.back()->mask != nullptr) handed.push_back(handed.back()->mask);
+  if (call.picture) handed.push_back(Argument(*call.picture));
+  for (size_t i = 0, pictures = handed.size(); i < pictures; ++i) {
+    if (handed[i]->mask != nullptr) handed.push_back(handed[i]->mask);
   }
   return handed;
 }

@@ -36,6 +36,10 @@ struct MethodCall {
   std::optional<Size> result;
   // A picture handed before `arguments`, when there is one.
   std::optional<PictureArgument> picture = std::nullopt;
+  // Whether the method is called on the noise with a mask of MaskNoise's values (the picture
+  // PictureArgument makes) and has to give a new picture with a mask of its own size, held by
+  // it alone.
+  bool masked = false;
 };
 
 // The module this program was built with.
@@ -65,7 +69,8 @@ class Session {
   // The picture `argument` asks for, made on first use and then the same for every case.
   qpxhost::HostPicture* Argument(const PictureArgument& argument);
 
-  // The picture `call` is made on, and the arguments it is given.
+  // The picture `call` is made on (for a method drawing in place, the canvas of its size), and
+  // the arguments it is given.
   qpxhost::HostPicture* Receiver(const MethodCall& call);
   std::vector<qpxhost::Value> Arguments(const MethodCall& call);
 
@@ -85,7 +90,7 @@ class Session {
   Pictures& PicturesOf(Size size);
   // A new picture of that size with the noise of that size in it.
   qpxhost::HostPicture* NoisePicture(Size size);
-  // The receiver, the picture argument and its mask: the pictures `call` is handed.
+  // The receiver, the picture argument and their masks: the pictures `call` is handed.
   std::vector<qpxhost::HostPicture*> Handed(const MethodCall& call);
   std::string CheckedCall(const MethodCall& call);
 

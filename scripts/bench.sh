@@ -3,10 +3,12 @@
 # copy of the same pixels, OpenCV's cv::blur and Pillow's BoxBlur; ScaleQPX's next to OpenCV's,
 # libvips's and Pillow's resizing and to the copy floors of the same jobs; and ScalingQPX's seven
 # modes next to Pillow's and libvips's resizes with the same kernels; and DrawPictureFQPX's
-# next to cairo drawing the same pictures and to a copy of the receiver's bytes. ScalingQPX and
-# DrawPictureFQPX run on the normal module and on one built with plain loops only (in
-# build-bench-plain). Exits 1 when a case failed (a method returning nil or false, a leak),
-# after printing what it has.
+# next to cairo drawing the same pictures and to a copy of the receiver's bytes; and
+# ScaleImageAndMaskQPX's next to Pillow resizing RGBA images and to ScaleQPX on the picture and
+# on its mask plus the copy of the resized mask into the result's. ScalingQPX, DrawPictureFQPX
+# and ScaleImageAndMaskQPX (with the ScaleQPX calls it is held against) run on the normal module
+# and on one built with plain loops only (in build-bench-plain). Exits 1 when a case failed (a
+# method returning nil or false, a leak), after printing what it has.
 # Tuning through the environment:
 #   QPX_BENCH_MIN_TIME    seconds each case runs at least, per repetition (default 1)
 #   QPX_BENCH_SCALING_MIN_TIME
@@ -17,6 +19,9 @@
 #   QPX_BENCH_DRAW_MIN_TIME
 #                         seconds each DrawPictureFQPX and cairo case runs at least, per
 #                         repetition (default 0.5)
+#   QPX_BENCH_MASKED_MIN_TIME
+#                         seconds each ScaleImageAndMaskQPX case, and each case it is held
+#                         against, runs at least, per repetition (default 0.5)
 #   QPX_BENCH_PILLOW_RUNS Pillow runs per case; the best blur and the median resize are
 #                         reported (default 5)
 set -euo pipefail
@@ -27,6 +32,7 @@ scaling_min_time=${QPX_BENCH_SCALING_MIN_TIME:-0.1}
 repetitions=${QPX_BENCH_REPETITIONS:-3}
 scaling_repetitions=${QPX_BENCH_SCALING_REPETITIONS:-5}
 draw_min_time=${QPX_BENCH_DRAW_MIN_TIME:-0.5}
+masked_min_time=${QPX_BENCH_MASKED_MIN_TIME:-0.5}
 pillow_runs=${QPX_BENCH_PILLOW_RUNS:-5}
 out=build-bench
 plain_out=build-bench-plain
@@ -61,7 +67,7 @@ cmake --build "$plain_out" -j "$(nproc)" --target qpxplugin
 # shared machine fall on every case alike rather than on whichever case runs through them.
 "$out/bin/qpx_bench" --benchmark_min_time="$min_time" --benchmark_repetitions="$repetitions" \
   --scaling_min_time="$scaling_min_time" --scaling_repetitions="$scaling_repetitions" \
-  --draw_min_time="$draw_min_time" \
+  --draw_min_time="$draw_min_time" --masked_min_time="$masked_min_time" \
   --plain_module="$plain_out/bin/qpxplugin.so" \
   --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
   --benchmark_out="$out/qpx_bench.json" --benchmark_out_format=json
