@@ -143,6 +143,42 @@ constexpr const char* kConstructor = "Constructor(width as integer, height as in
 constexpr const char* kCopyMask = "CopyMask as Picture";
 constexpr const char* kSetMask = "Mask(assigns newMask As Picture)";
 
+// Where the colour channels and the fourth byte of a pixel lie in a layout.
+struct ChannelOffsets {
+  int r, g, b, fourth;
+};
+ChannelOffsets OffsetsOf(int32_t layout) {
+  if (layout == 8) return {2, 1, 0, 3};
+  if (layout % 2 == 0) return {1, 2, 3, 0};
+  return {0, 1, 2, 3};
+}
+
+// The common unscaled copy between pictures without alpha channel, a row at a time: each pixel
+// takes the source's colour and an opaque fourth byte, as Get and Set would give it. False
+// (nothing done) for any other drawing.
+bool CopyOpaqueRows(HostPicture& target, HostPicture& source, int32_t x, int32_t y, int32_t w,
+                    int32_t h, int32_t sx, int32_t sy, int32_t sw, int32_t sh) {
+  if (source.hasAlpha || target.hasAlpha || sw != w || sh != h || x < 0 || y < 0 || sx < 0 ||
+      sy < 0 || int64_t{x} + w > target.width || int64_t{y} + h > target.height ||
+      int64_t{sx} + w > source.width || int64_t{sy} + h > source.height) {
+    return false;
+  }
+  const ChannelOffsets from = OffsetsOf(source.layout), to = OffsetsOf(target.layout);
+  const uint8_t opaque = target.layout == 8 ? 0 : 255;
+  for (int32_t j = 0; j < h; ++j) {
+    const uint8_t* in = source.Row(sy + j) + 4 * size_t(sx);
+    uint8_t* out = target.Row(y + j) + 4 * size_t(x);
+    for (int32_t i = 0; i < w; ++i, in += 4, out += 4) {
+      const uint8_t r = in[from.r], g = in[from.g], b = in[from.b];
+      out[to.r] = r;
+      out[to.g] = g;
+      out[to.b] = b;
+      out[to.fourth] = opaque;
+    }
+  }
+  return true;
+}
+
 // Copies source rectangle (sx, sy, sw, sh) onto (x, y, w, h) of the graphics' picture, pixel
 // for pixel when the sizes agree and by nearest pixel otherwise; -10000 for sw or sh means the
 // rest of the source. Colour and alpha are copied, not blended.
@@ -154,6 +190,7 @@ void DrawPicture(REALgraphics graphicsRef, REALpicture sourceRef, int32_t x, int
   if (sw == -10000) sw = source->width - sx;
   if (sh == -10000) sh = source->height - sy;
   HostPicture& target = *graphics->picture;
+  if (CopyOpaqueRows(target, *source, x, y, w, h, sx, sy, sw, sh)) return;
   for (int32_t j = 0; j < h; ++j) {
     const int32_t ty = y + j;
     const int64_t fy = sy + static_cast<int64_t>(j) * sh / h;
