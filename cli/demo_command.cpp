@@ -76,6 +76,18 @@ void WriteTextFile(const std::string& path, const std::string& text) {
   replacement.Commit();
 }
 
+// Creates `dir` when needed and writes the pictures the calls are made on into it.
+void WriteDemoInputs(const std::filesystem::path& dir, const std::vector<DemoInput>& inputs) {
+  std::error_code error;
+  std::filesystem::create_directories(dir, error);
+  if (error) {
+    throw std::runtime_error("cannot create " + QuotePath(dir.string()) + ": " + error.message());
+  }
+  for (const DemoInput& input : inputs) {
+    WritePng((dir / input.file).string(), input.image, input.image.hasAlpha);
+  }
+}
+
 // `shownWidth` > 0 shows the picture that wide with square pixels, for small pictures that the
 // browser would otherwise smooth while stretching them. A `transparent` picture is shown over a
 // checkerboard, so that its transparency can be seen.
@@ -340,14 +352,7 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
   qpxhost::HostConfig config = MakeHostConfig(options.host);
   config.desktopLayout = options.layout;
   const std::filesystem::path dir(directory);
-  std::error_code error;
-  std::filesystem::create_directories(dir, error);
-  if (error) throw std::runtime_error("cannot create '" + directory + "': " + error.message());
-
   const std::vector<DemoInput> inputs = MakeDemoInputs();
-  for (const DemoInput& input : inputs) {
-    WritePng((dir / input.file).string(), input.image, input.image.hasAlpha);
-  }
 
   const YieldPlan plan = PlanYield(options.yield, ProgressBar::Wanted());
   int64_t total = 0;
@@ -364,6 +369,8 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
     config.app = kind;
     qpxhost::Host host(config);
     host.LoadPlugin(PluginPath(options.host));
+    // Only once the module has loaded, so that a module that cannot leaves nothing behind.
+    if (kind == kDemoHosts[0]) WriteDemoInputs(dir, inputs);
     host.onYield = [&bar] { bar.Advance(); };
     qpxhost::PictureOptions pictureKind;
     pictureKind.layout = options.layout;

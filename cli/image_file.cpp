@@ -1,5 +1,10 @@
 #include "image_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
@@ -25,32 +30,61 @@ std::string QuotePath(const std::string& path) {
   return out + "'";
 }
 
+bool FitsHostPicture(uint64_t width, uint64_t height) {
+  return width <= kMaxImageSide && height <= kMaxImageSide &&
+         width * height * 4 <= kMaxPictureBytes;
+}
+
 namespace {
 
+// How messages name the file read.
+std::string InputName(const std::string& path) {
+  return path == "-" ? "standard input" : QuotePath(path);
+}
+
 ImageError ReadFailure(const std::string& path, const std::string& reason) {
-  return ImageError("cannot read " + QuotePath(path) + ": " + reason);
+  return ImageError("cannot read " + InputName(path) + ": " + reason);
 }
 
 bool SizeOk(uint64_t width, uint64_t height) {
   return width >= 1 && height >= 1 && width <= kMaxImageSide && height <= kMaxImageSide;
 }
 
-void CheckSize(const std::string& path, uint64_t width, uint64_t height) {
-  if (SizeOk(width, height)) return;
-  throw ImageError(QuotePath(path) + " is " + std::to_string(width) + " x " +
-                   std::to_string(height) + " pixels; " +
-                   (width == 0 || height == 0
-                        ? "each side must be at least 1 pixel"
-                        : "the largest side allowed is " + std::to_string(kMaxImageSide)));
+// Refuses a size from a file's header before any pixel memory is taken.
+void CheckSize(const std::string& path, uint64_t width, uint64_t height, uint64_t maxPixels) {
+  const std::string claim =
+      InputName(path) + " is " + std::to_string(width) + " x " + std::to_string(height) + " pixels";
+  if (!SizeOk(width, height)) {
+    throw ImageError(claim + "; " +
+                     (width == 0 || height == 0
+                          ? "each side must be at least 1 pixel"
+                          : "the largest side allowed is " + std::to_string(kMaxImageSide)));
+  }
+  if (!FitsHostPicture(width, height)) {
+    throw ImageError(claim + ", more than the 2^31 bytes a host picture holds");
+  }
+  if (width * height > maxPixels) {
+    throw ImageError(claim + ", more than the " + std::to_string(maxPixels) +
+                     " allowed (--max-pixels raises the limit)");
+  }
 }
 
-std::vector<uint8_t> AllocatePixels(const std::string& path, uint32_t width, uint32_t height) {
+// Address space for the whole picture; pages are touched only as PixelRow hands out rows.
+void ReservePixels(const std::string& path, Image& image) {
   try {
-    return std::vector<uint8_t>(size_t{width} * height * 4);
+    image.rgba.reserve(size_t(image.width) * size_t(image.height) * 4);
   } catch (const std::bad_alloc&) {
-    throw ReadFailure(path, "not enough memory for " + std::to_string(width) + " x " +
-                                std::to_string(height) + " pixels");
+    throw ReadFailure(path, "not enough memory for " + std::to_string(image.width) + " x " +
+                                std::to_string(image.height) + " pixels");
   }
+}
+
+// Row y of the image, the buffer grown to hold it. Within the reserved capacity, so it neither
+// reallocates nor throws, and may be called between setjmp and longjmp.
+uint8_t* PixelRow(Image* image, size_t y) noexcept {
+  const size_t stride = size_t(image->width) * 4;
+  if (image->rgba.size() < (y + 1) * stride) image->rgba.resize((y + 1) * stride);
+  return image->rgba.data() + y * stride;
 }
 
 struct FileCloser {
@@ -106,18 +140,22 @@ bool PngReadHeader(PngIo* io) {
   return true;
 }
 
-bool PngReadPixels(PngIo* io, png_bytepp rows) {
+// Row by row rather than png_read_image, so that the buffer grows only as far as the data
+// reaches: the first pass of an interlaced file visits every row, the later ones fill them in.
+bool PngReadPixels(PngIo* io, Image* image) {
   if (setjmp(png_jmpbuf(io->png))) return false;
   png_set_expand(io->png);    // palette -> RGB, gray 1/2/4 -> 8 bit, tRNS -> alpha
   png_set_scale_16(io->png);  // 16 -> 8 bit with rounding
   png_set_gray_to_rgb(io->png);
   png_set_add_alpha(io->png, 0xff, PNG_FILLER_AFTER);  // only affects images without alpha
-  png_set_interlace_handling(io->png);
+  const int passes = png_set_interlace_handling(io->png);
   png_read_update_info(io->png, io->info);
-  if (png_get_rowbytes(io->png, io->info) != size_t{png_get_image_width(io->png, io->info)} * 4) {
+  if (png_get_rowbytes(io->png, io->info) != size_t(image->width) * 4) {
     png_error(io->png, "unexpected row size after conversion");
   }
-  png_read_image(io->png, rows);
+  for (int pass = 0; pass < passes; ++pass) {
+    for (int32_t y = 0; y < image->height; ++y) png_read_row(io->png, PixelRow(image, y), nullptr);
+  }
   png_read_end(io->png, nullptr);  // checks the rest of the file, e.g. the last IDAT CRC
   return true;
 }
@@ -149,10 +187,11 @@ bool PngWriteRows(PngIo* io, const Image* image, PngColour colour, uint8_t* gray
 
 ImageError PngReadFailure(const std::string& path, const PngIo& io) {
   if (io.sysErrno != 0) return ReadFailure(path, ErrnoText(io.sysErrno));
-  return ImageError(QuotePath(path) + ": corrupt PNG data (" + io.message + ")");
+  return ImageError(InputName(path) + ": corrupt PNG data (" + io.message + ")");
 }
 
-Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, size_t headSize) {
+Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, size_t headSize,
+              uint64_t maxPixels) {
   // Reject bad sizes from the raw IHDR: libpng itself rejects 0 or huge sides only with a vague
   // "Invalid IHDR data".
   if (headSize >= 24 && std::memcmp(head + 12, "IHDR", 4) == 0) {
@@ -160,7 +199,7 @@ Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, si
       return uint32_t{head[at]} << 24 | uint32_t{head[at + 1]} << 16 | uint32_t{head[at + 2]} << 8 |
              uint32_t{head[at + 3]};
     };
-    CheckSize(path, be32(16), be32(20));
+    CheckSize(path, be32(16), be32(20), maxPixels);
   }
 
   PngIo io{};
@@ -177,17 +216,15 @@ Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, si
   if (!PngReadHeader(&io)) throw PngReadFailure(path, io);
   const png_uint_32 width = png_get_image_width(io.png, io.info);
   const png_uint_32 height = png_get_image_height(io.png, io.info);
-  CheckSize(path, width, height);
+  CheckSize(path, width, height, maxPixels);
 
   Image image;
   image.width = static_cast<int32_t>(width);
   image.height = static_cast<int32_t>(height);
   image.hasAlpha = (png_get_color_type(io.png, io.info) & PNG_COLOR_MASK_ALPHA) != 0 ||
                    png_get_valid(io.png, io.info, PNG_INFO_tRNS) != 0;
-  image.rgba = AllocatePixels(path, width, height);
-  std::vector<png_bytep> rows(height);
-  for (png_uint_32 y = 0; y < height; ++y) rows[y] = image.rgba.data() + size_t{y} * width * 4;
-  if (!PngReadPixels(&io, rows.data())) throw PngReadFailure(path, io);
+  ReservePixels(path, image);
+  if (!PngReadPixels(&io, &image)) throw PngReadFailure(path, io);
   return image;
 }
 
@@ -208,9 +245,10 @@ struct JpegIo {
 }
 
 void JpegOnMessage(j_common_ptr cinfo, int level) {
-  // libjpeg only warns about a truncated file and pads it with gray; treat it as the error it is.
-  // Other warnings and trace messages are dropped instead of going to stderr.
-  if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF) JpegOnError(cinfo);
+  // libjpeg only warns about corrupt data (a truncated file, a cut or mangled scan) and goes on
+  // with gray or garbage rows; each such warning is the error it is. An unknown JFIF revision
+  // concerns a version number, not the data. Trace messages are dropped.
+  if (level < 0 && cinfo->err->msg_code != JWRN_JFIF_MAJOR) JpegOnError(cinfo);
 }
 
 void JpegOutput(j_common_ptr) {}
@@ -224,13 +262,18 @@ bool JpegReadHeader(JpegIo* io, FILE* file) {
 }
 
 // Decodes as RGB straight into the RGBA buffer, widening each row in place from its end.
-bool JpegReadPixels(JpegIo* io, uint8_t* rgba) {
+bool JpegReadPixels(JpegIo* io, Image* image) {
   if (setjmp(io->jump)) return false;
   io->cinfo.out_color_space = JCS_RGB;
   jpeg_start_decompress(&io->cinfo);
   const size_t width = io->cinfo.output_width;
+  if (width != size_t(image->width) || io->cinfo.output_height != JDIMENSION(image->height) ||
+      io->cinfo.output_components != 3) {
+    std::snprintf(io->message, sizeof io->message, "unexpected output size");
+    return false;
+  }
   while (io->cinfo.output_scanline < io->cinfo.output_height) {
-    JSAMPROW row = rgba + size_t{io->cinfo.output_scanline} * width * 4;
+    JSAMPROW row = PixelRow(image, io->cinfo.output_scanline);
     jpeg_read_scanlines(&io->cinfo, &row, 1);
     for (size_t x = width; x-- > 0;) {
       row[x * 4 + 3] = 255;
@@ -243,7 +286,7 @@ bool JpegReadPixels(JpegIo* io, uint8_t* rgba) {
   return true;
 }
 
-Image ReadJpeg(const std::string& path, FILE* file) {
+Image ReadJpeg(const std::string& path, FILE* file, uint64_t maxPixels) {
   JpegIo io{};
   io.cinfo.err = jpeg_std_error(&io.err);
   io.err.error_exit = JpegOnError;
@@ -256,42 +299,95 @@ Image ReadJpeg(const std::string& path, FILE* file) {
     ~Destroy() { jpeg_destroy_decompress(&io->cinfo); }
   } destroy{&io};
   auto corrupt = [&] {
-    return ImageError(QuotePath(path) + ": corrupt JPEG data (" + io.message + ")");
+    std::string why = io.message;
+    const std::string prefix = "Corrupt JPEG data: ";  // libjpeg's, said once is enough
+    if (why.rfind(prefix, 0) == 0) why.erase(0, prefix.size());
+    return ImageError(InputName(path) + ": corrupt JPEG data (" + why + ")");
   };
 
   if (!JpegReadHeader(&io, file)) throw corrupt();
   if (io.cinfo.jpeg_color_space == JCS_CMYK || io.cinfo.jpeg_color_space == JCS_YCCK) {
-    throw ImageError(QuotePath(path) + " is a CMYK JPEG file, which is not supported");
+    throw ImageError(InputName(path) + " is a CMYK JPEG file, which is not supported");
   }
-  CheckSize(path, io.cinfo.image_width, io.cinfo.image_height);
+  CheckSize(path, io.cinfo.image_width, io.cinfo.image_height, maxPixels);
 
   Image image;
   image.width = static_cast<int32_t>(io.cinfo.image_width);
   image.height = static_cast<int32_t>(io.cinfo.image_height);
-  image.rgba = AllocatePixels(path, io.cinfo.image_width, io.cinfo.image_height);
-  if (!JpegReadPixels(&io, image.rgba.data())) throw corrupt();
+  ReservePixels(path, image);
+  if (!JpegReadPixels(&io, &image)) throw corrupt();
   return image;
+}
+
+// Opens the file to read: standard input for "-", else a regular file. Other kinds are refused
+// by their type before opening, as a FIFO would block the open and a device never end; the
+// open does not block either, should the path change kind in between.
+FilePtr OpenInput(const std::string& path) {
+  auto adopt = [&](int fd) {
+    FilePtr file(fd < 0 ? nullptr : fdopen(fd, "rb"));
+    if (!file) {
+      const int err = errno;
+      if (fd >= 0) close(fd);
+      throw ReadFailure(path, ErrnoText(err));
+    }
+    return file;
+  };
+  if (path == "-") return adopt(dup(STDIN_FILENO));
+  auto checkKind = [&](const struct stat& info) {
+    if (S_ISDIR(info.st_mode)) throw ReadFailure(path, "is a directory");
+    if (!S_ISREG(info.st_mode)) throw ReadFailure(path, "not a regular file");
+  };
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0) {
+    throw ReadFailure(path, errno == ENOENT ? "no such file" : ErrnoText(errno));
+  }
+  checkKind(info);
+  FilePtr file = adopt(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (fstat(fileno(file.get()), &info) != 0) throw ReadFailure(path, ErrnoText(errno));
+  checkKind(info);
+  return file;
+}
+
+// The bytes a format was told by, read again before the rest of the file: lets the decoders
+// read from the start of a stream that cannot seek back, such as a pipe on standard input.
+struct ReplayedHead {
+  const unsigned char* head;
+  size_t size, used;
+  FILE* rest;
+};
+
+ssize_t ReadReplayed(void* cookie, char* buffer, size_t size) {
+  auto* stream = static_cast<ReplayedHead*>(cookie);
+  if (stream->used < stream->size) {
+    const size_t count = std::min(size, stream->size - stream->used);
+    std::memcpy(buffer, stream->head + stream->used, count);
+    stream->used += count;
+    return static_cast<ssize_t>(count);
+  }
+  const size_t count = std::fread(buffer, 1, size, stream->rest);
+  return count == 0 && std::ferror(stream->rest) ? -1 : static_cast<ssize_t>(count);
 }
 
 }  // namespace
 
-Image ReadImage(const std::string& path) {
-  FilePtr file(std::fopen(path.c_str(), "rb"));
-  if (!file) throw ReadFailure(path, errno == ENOENT ? "no such file" : ErrnoText(errno));
-
+Image ReadImage(const std::string& path, uint64_t maxPixels) {
+  const FilePtr file = OpenInput(path);
   unsigned char head[24];
   const size_t headSize = std::fread(head, 1, sizeof head, file.get());
   if (std::ferror(file.get())) throw ReadFailure(path, ErrnoText(errno));
-  if (std::fseek(file.get(), 0, SEEK_SET) != 0) throw ReadFailure(path, ErrnoText(errno));
+
+  ReplayedHead replayed{head, headSize, 0, file.get()};
+  const FilePtr stream(fopencookie(&replayed, "rb", {ReadReplayed, nullptr, nullptr, nullptr}));
+  if (!stream) throw ReadFailure(path, ErrnoText(errno));
 
   static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
   if (headSize >= 8 && std::memcmp(head, kPngSignature, 8) == 0) {
-    return ReadPng(path, file.get(), head, headSize);
+    return ReadPng(path, stream.get(), head, headSize, maxPixels);
   }
   if (headSize >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff) {
-    return ReadJpeg(path, file.get());
+    return ReadJpeg(path, stream.get(), maxPixels);
   }
-  throw ImageError(QuotePath(path) + " is not a PNG or JPEG file");
+  throw ImageError(InputName(path) + " is not a PNG or JPEG file");
 }
 
 // ---------------------------------------------------------------------------------------------

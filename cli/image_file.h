@@ -22,12 +22,24 @@ class ImageError : public std::runtime_error {
 };
 
 constexpr int32_t kMaxImageSide = 32767;
+// The largest picture a host makes: 2^31 bytes of pixels, 4 bytes a pixel.
+constexpr uint64_t kMaxPictureBytes = uint64_t{1} << 31;
+// How many pixels a file may hold unless the caller allows more: about what common image
+// libraries accept before they suspect a decompression bomb.
+constexpr uint64_t kDefaultMaxPixels = 100'000'000;
+
+// Whether a host can make a picture of `width` x `height` pixels.
+bool FitsHostPicture(uint64_t width, uint64_t height);
 
 // A path in quotes for a message, control characters replaced so that it stays on one line.
 std::string QuotePath(const std::string& path);
 
-// Reads a PNG or JPEG file, chosen by the file's signature bytes, not its name.
-Image ReadImage(const std::string& path);
+// Reads a PNG or JPEG file, chosen by the file's signature bytes, not its name; "-" reads
+// standard input. Anything but a regular file or "-" is refused before it is opened, and so is a
+// picture whose header claims more than `maxPixels` pixels or more than a host picture holds.
+// Pixel memory is taken as rows are decoded, so a file that claims a large picture but holds
+// little data fails before much memory is touched. Every sign of corrupt data is an error.
+Image ReadImage(const std::string& path, uint64_t maxPixels = kDefaultMaxPixels);
 
 // How a PNG file stores an image: its red channel as gray, its colours, or colours and alpha.
 enum class PngColour { Gray, Rgb, Rgba };
@@ -38,9 +50,10 @@ struct PngFile {
   PngColour colour;
 };
 
-// Writes 8-bit PNG files, all of them or none. The data goes to temporary files in the same
-// directories that are renamed over the paths only once all are complete, so a path never holds a
-// partial file, and when anything fails every existing file there is kept and no new one is left.
+// Writes 8-bit PNG files, all of them or none, as FileReplacement does: a path that names a
+// regular file or nothing gets a temporary file renamed over it once all are complete (an
+// existing file's permissions kept, symbolic links followed), "-" and other files such as
+// devices and pipes get the data written straight through at the end.
 void WritePngFiles(const std::vector<PngFile>& files);
 // Writes `image` as an 8-bit RGB (withAlpha false) or RGBA PNG, in the same way.
 void WritePng(const std::string& path, const Image& image, bool withAlpha);

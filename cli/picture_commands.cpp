@@ -125,10 +125,10 @@ void CheckMaskSize(const Image& mask, const std::string& maskPath, const Image& 
 void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) {
   const qpxhost::HostConfig config = MakePictureHostConfig(options);
   std::vector<Image> images;
-  for (const std::string& input : job.inputs) images.push_back(ReadImage(input));
+  for (const std::string& input : job.inputs) images.push_back(ReadImage(input, options.maxPixels));
   std::optional<Image> mask;
   if (!options.mask.empty()) {
-    mask = ReadImage(options.mask);
+    mask = ReadImage(options.mask, options.maxPixels);
     CheckMaskSize(*mask, options.mask, images.back(), job.inputs.back());
   }
 

@@ -243,6 +243,10 @@ PictureRef ImageToPicture(qpxhost::Host& host, const Image& image,
   if (mask != nullptr && (mask->width != image.width || mask->height != image.height)) {
     throw std::invalid_argument("the mask is not the size of the picture");
   }
+  if (!FitsHostPicture(uint64_t(image.width), uint64_t(image.height))) {
+    throw std::invalid_argument("a host picture cannot hold " + std::to_string(image.width) +
+                                " x " + std::to_string(image.height) + " pixels");
+  }
   PictureRef picture(host, qpxhost::NewHostPicture(host, image.width, image.height, kind));
   ForEachPixel(image, [&](int32_t x, int32_t y, const uint8_t* p) {
     picture->Set(x, y, {p[0], p[1], p[2], p[3]});

@@ -44,7 +44,8 @@ class PictureRef {
 //   a picture with neither is opaque.
 
 // A new host picture of the given kind holding `image`, with a mask as above. Throws
-// std::invalid_argument when `mask` is not the size of `image`.
+// std::invalid_argument when `mask` is not the size of `image` or the image is larger than a host
+// picture can be.
 PictureRef ImageToPicture(qpxhost::Host& host, const Image& image,
                           const qpxhost::PictureOptions& kind, const Image* mask = nullptr);
 // The picture as shown, with alpha from its alpha channel or its mask as above.

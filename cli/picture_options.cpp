@@ -31,13 +31,23 @@ void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
                      "mask of PIC");
   command.add_option("--mask-out", options.maskOut,
                      "Also write the result's mask as a gray PNG file (an error when it has none)");
+  command
+      .add_option("--max-pixels", options.maxPixels,
+                  "Refuse input files whose header claims more pixels than this, before "
+                  "decoding them")
+      ->check(CLI::Range(uint64_t{1}, kMaxPictureBytes / 4))
+      ->capture_default_str();
   command.footer(
       "Transparency:\n"
       "  An input file with an alpha channel gives its picture a mask of 255 - alpha (host\n"
       "  masks: 0 opaque, 255 transparent), or with --alpha an alpha channel instead; --mask\n"
       "  FILE gives it that mask instead of one from its alpha. Any other input picture has no\n"
       "  mask at all. The output takes its alpha from the result's alpha channel, else from\n"
-      "  its mask (alpha = 255 - mask), and is opaque RGB when the result has neither.\n");
+      "  its mask (alpha = 255 - mask), and is opaque RGB when the result has neither.\n"
+      "Files:\n"
+      "  '-' reads standard input or writes standard output. An output that is a device or a\n"
+      "  pipe is written straight through; any other is replaced whole or not at all, keeping\n"
+      "  an existing file's permissions and writing where a symbolic link points.\n");
 }
 
 qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options) {

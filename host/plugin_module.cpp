@@ -18,15 +18,29 @@ namespace {
   throw std::runtime_error("cannot load plug-in '" + path + "': " + why);
 }
 
+// Every occurrence of `from` in `text` replaced by `to`.
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
 // Copies `path` to a new temporary file and returns the copy's name. The loader maps a file
-// once per name, so a fresh name gives the module fresh globals.
+// once per name, so a fresh name gives the module fresh globals. Only a regular file is copied;
+// the open does not wait for a writer, should `path` be a FIFO.
 std::string PrivateCopy(const std::string& path) {
-  const int in = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int in = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (in < 0) Fail(path, std::strerror(errno));
   struct stat info {};
   if (fstat(in, &info) != 0) {
+    const int err = errno;
     close(in);
-    Fail(path, std::strerror(errno));
+    Fail(path, std::strerror(err));
+  }
+  if (!S_ISREG(info.st_mode)) {
+    close(in);
+    Fail(path, S_ISDIR(info.st_mode) ? "is a directory" : "not a regular file");
   }
   const char* tmp = std::getenv("TMPDIR");
   std::string copy = std::string(tmp && *tmp ? tmp : "/tmp") + "/qpx-plugin-XXXXXX";
@@ -40,11 +54,12 @@ std::string PrivateCopy(const std::string& path) {
   while (ok && offset < info.st_size) {
     ok = sendfile(out, in, &offset, static_cast<size_t>(info.st_size - offset)) > 0;
   }
-  ok = close(out) == 0 && ok;
+  int err = ok ? 0 : errno != 0 ? errno : EIO;
+  if (close(out) != 0 && ok) err = errno;
   close(in);
-  if (!ok) {
+  if (err != 0) {
     unlink(copy.c_str());
-    Fail(path, "temporary copy failed");
+    Fail(path, std::string("temporary copy failed: ") + std::strerror(err));
   }
   return copy;
 }
@@ -55,7 +70,12 @@ std::unique_ptr<PluginModule> PluginModule::Load(const std::string& path, REALRe
   const std::string copy = PrivateCopy(path);
   void* handle = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
   unlink(copy.c_str());  // the mapping stays; the name is not needed any more
-  if (handle == nullptr) Fail(path, dlerror());
+  // The loader names the file it was given, the private copy; the user knows `path`.
+  if (handle == nullptr) {
+    std::string why = dlerror();
+    if (why.rfind(copy + ": ", 0) == 0) why.erase(0, copy.size() + 2);
+    Fail(path, Replaced(why, copy, path));
+  }
   auto entry = reinterpret_cast<void (*)(REALResolver)>(dlsym(handle, "REALPluginMain"));
   if (entry == nullptr) {
     dlclose(handle);

@@ -3,13 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -78,18 +82,33 @@ class CliTest : public ::testing::Test {
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
   // Runs qpx with `args` in the temporary directory, stdout and stderr to files.
-  QpxRun Qpx(const std::vector<std::string>& args) {
-    const std::string outPath = Path(".stdout"), errPath = Path(".stderr");
+  QpxRun Qpx(const std::vector<std::string>& args) { return FinishQpx(StartQpx(args)); }
+
+  // The same with `input` on standard input, through a pipe, which cannot seek.
+  QpxRun QpxWithInput(const std::vector<std::string>& args, const std::string& input) {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) return {};
+    const pid_t pid = StartQpx(args, fds[0]);
+    close(fds[0]);
+    const bool written = write(fds[1], input.data(), input.size()) == ssize_t(input.size());
+    close(fds[1]);
+    EXPECT_TRUE(written);
+    return FinishQpx(pid);
+  }
+
+  // Starts qpx with `args` in the temporary directory, standard input from `in` (else
+  // /dev/null), stdout and stderr to files, and returns its process id.
+  pid_t StartQpx(const std::vector<std::string>& args, int in = -1) {
     std::vector<char*> argv;
     std::string program = QPX_BINARY;
     argv.push_back(program.data());
     std::vector<std::string> copies = args;
     for (std::string& arg : copies) argv.push_back(arg.data());
     argv.push_back(nullptr);
-
+    const std::string outPath = Path(".stdout"), errPath = Path(".stderr");
     const pid_t pid = fork();
     if (pid == 0) {
-      const int in = open("/dev/null", O_RDONLY);
+      if (in < 0) in = open("/dev/null", O_RDONLY);
       const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       if (in < 0 || out < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 ||
@@ -99,14 +118,21 @@ class CliTest : public ::testing::Test {
       execv(argv[0], argv.data());
       _exit(127);
     }
+    return pid;
+  }
+
+  // Waits for the qpx of StartQpx; `maxRssKb` gets the most memory it held.
+  QpxRun FinishQpx(pid_t pid, long* maxRssKb = nullptr) {
     QpxRun run;
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) != pid) return run;
+    struct rusage usage {};
+    if (pid < 0 || wait4(pid, &status, 0, &usage) != pid) return run;
+    if (maxRssKb != nullptr) *maxRssKb = usage.ru_maxrss;
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    run.out = ReadAll(outPath);
-    run.err = ReadAll(errPath);
-    fs::remove(outPath);
-    fs::remove(errPath);
+    run.out = ReadAll(Path(".stdout"));
+    run.err = ReadAll(Path(".stderr"));
+    fs::remove(Path(".stdout"));
+    fs::remove(Path(".stderr"));
     return run;
   }
 
@@ -191,32 +217,85 @@ void WriteBytes(const std::string& path, const std::string& bytes) {
   out << bytes;
 }
 
-// A valid 8-bit gray PNG of the given size, assembled by hand so sizes WritePng refuses can be
-// made too.
-std::string GrayPng(uint32_t width, uint32_t height) {
-  auto chunk = [](const char* type, const std::string& data) {
-    std::string out;
-    for (int shift = 24; shift >= 0; shift -= 8) out += char(data.size() >> shift & 0xff);
-    const std::string body = std::string(type, 4) + data;
-    out += body;
-    const uLong crc = crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()));
-    for (int shift = 24; shift >= 0; shift -= 8) out += char(crc >> shift & 0xff);
-    return out;
-  };
-  std::string header;
-  for (uint32_t value : {width, height}) {
-    for (int shift = 24; shift >= 0; shift -= 8) header += char(value >> shift & 0xff);
+// `value` as big-endian bytes.
+std::string BigEndian(uint32_t value, int bytes) {
+  std::string out;
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += char(value >> shift & 0xff);
+  return out;
+}
+
+// `rows` rows of `rowBytes` zero bytes after their filter byte (none), deflated a row at a time
+// so that huge pictures need no huge buffer.
+std::string DeflatedZeroRows(uint32_t rows, uint32_t rowBytes) {
+  z_stream stream{};
+  deflateInit(&stream, Z_BEST_COMPRESSION);
+  std::string row(rowBytes + 1, '\0'), out;
+  std::vector<char> buffer(65536);
+  for (uint32_t y = 0; y <= rows; ++y) {
+    stream.next_in = reinterpret_cast<Bytef*>(row.data());
+    stream.avail_in = y < rows ? uInt(row.size()) : 0;
+    const int flush = y < rows ? Z_NO_FLUSH : Z_FINISH;
+    do {
+      stream.next_out = reinterpret_cast<Bytef*>(buffer.data());
+      stream.avail_out = uInt(buffer.size());
+      deflate(&stream, flush);
+      out.append(buffer.data(), buffer.size() - stream.avail_out);
+    } while (stream.avail_out == 0);
   }
-  header += std::string("\x08\x00\x00\x00\x00", 5);  // 8 bits, gray, no interlace
-  std::string raw;
-  for (uint32_t y = 0; y < height; ++y) raw += std::string(width + 1, '\0');
-  std::string packed(compressBound(uLong(raw.size())), '\0');
-  uLongf packedSize = uLongf(packed.size());
-  compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize,
-           reinterpret_cast<const Bytef*>(raw.data()), uLong(raw.size()));
-  packed.resize(packedSize);
-  return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", packed) +
+  deflateEnd(&stream);
+  return out;
+}
+
+// A gray PNG of the given size and bit depth holding `idat` as its image data, assembled by hand
+// so that sizes WritePng refuses, and lies, can be made too.
+std::string PngWithData(uint32_t width, uint32_t height, int bitDepth, const std::string& idat) {
+  auto chunk = [](const char* type, const std::string& data) {
+    const std::string body = std::string(type, 4) + data;
+    const uLong crc = crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()));
+    return BigEndian(uint32_t(data.size()), 4) + body + BigEndian(uint32_t(crc), 4);
+  };
+  // Gray, no interlace.
+  const std::string header = BigEndian(width, 4) + BigEndian(height, 4) + char(bitDepth) +
+                             std::string("\x00\x00\x00\x00", 4);
+  return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", idat) +
          chunk("IEND", "");
+}
+
+// A valid all-black gray PNG of the given size and bit depth.
+std::string GrayPng(uint32_t width, uint32_t height, int bitDepth = 8) {
+  return PngWithData(width, height, bitDepth,
+                     DeflatedZeroRows(height, (width * uint32_t(bitDepth) + 7) / 8));
+}
+
+// JPEG scan data for `blocks` blocks of the tables GrayJpeg writes: two 0 bits each (DC
+// difference 0, end of block), padded with 1 bits.
+std::string JpegScan(size_t blocks) {
+  std::string scan((2 * blocks + 7) / 8, '\0');
+  if (const size_t used = 2 * blocks % 8; used != 0) scan.back() = char((1 << (8 - used)) - 1);
+  return scan;
+}
+
+// A baseline JPEG assembled by hand: `width` x `height` pixels in `components` components (1:
+// gray, 4: CMYK), one quantisation table of ones and Huffman tables with a single one-bit code
+// each (DC difference 0; end of block), so that every pixel is mid gray; `scan` is the entropy
+// coded data, by default all of it.
+std::string HandMadeJpeg(uint16_t width, uint16_t height, int components = 1,
+                         std::optional<std::string> scan = std::nullopt) {
+  auto segment = [](uint8_t marker, const std::string& body) {
+    return std::string{char(0xff), char(marker)} + BigEndian(uint32_t(body.size() + 2), 2) + body;
+  };
+  const std::string oneCode = std::string(1, '\x01') + std::string(15, '\0') + '\0';
+  std::string frame = '\x08' + BigEndian(height, 2) + BigEndian(width, 2) + char(components);
+  std::string scanHeader(1, char(components));
+  for (int c = 1; c <= components; ++c) {
+    frame += std::string{char(c), '\x11', '\0'};
+    scanHeader += std::string{char(c), '\0'};
+  }
+  scanHeader += std::string("\x00\x3f\x00", 3);
+  const size_t blocks = size_t((width + 7) / 8) * size_t((height + 7) / 8) * size_t(components);
+  return std::string("\xff\xd8", 2) + segment(0xdb, '\0' + std::string(64, '\x01')) +
+         segment(0xc0, frame) + segment(0xc4, '\x00' + oneCode) + segment(0xc4, '\x10' + oneCode) +
+         segment(0xda, scanHeader) + scan.value_or(JpegScan(blocks)) + std::string("\xff\xd9", 2);
 }
 
 void ExpectOneErrorLine(const QpxRun& run) {
@@ -593,6 +672,269 @@ TEST_F(CliTest, MissingModuleIsOneErrorLine) {
   WritePng(Path("in.png"), RandomImage(4, 4, false), false);
   ExpectOneErrorLine(Qpx({"blur", "in.png", "out.png", "--radius", "1", "--plugin", "none.so"}));
   EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+}
+
+// --- hostile input ----------------------------------------------------------------------------
+
+// One bad input: the files it takes (written into the test's directory), the arguments after
+// the command and the answer. Each is also a row of the README's table.
+struct BadInput {
+  std::string what;
+  std::vector<std::pair<std::string, std::string>> files;  // name, bytes
+  std::vector<std::string> args;
+  int exitCode;
+  std::string message;
+};
+
+std::string PngOfRandomRows() {
+  // Random pixels do not compress, so the file is long enough to cut in its image data.
+  std::string raw;
+  std::mt19937 random(7);
+  for (int y = 0; y < 32; ++y) {
+    raw += '\0';
+    for (int x = 0; x < 32; ++x) raw += char(random());
+  }
+  std::string packed(compressBound(uLong(raw.size())), '\0');
+  uLongf size = uLongf(packed.size());
+  compress(reinterpret_cast<Bytef*>(packed.data()), &size,
+           reinterpret_cast<const Bytef*>(raw.data()), uLong(raw.size()));
+  packed.resize(size);
+  return PngWithData(32, 32, 8, packed);
+}
+
+// A file `name` holding `bytes`, converted with `options`, refused with exit code 1.
+BadInput BadFile(const std::string& what, const std::string& name, const std::string& bytes,
+                 const std::string& message, const std::vector<std::string>& options = {}) {
+  std::vector<std::string> args = {name, "out.png"};
+  args.insert(args.end(), options.begin(), options.end());
+  return {what, {{name, bytes}}, args, 1, message};
+}
+
+// A module that cannot be loaded, `module`, with a good input.
+BadInput BadModule(const std::string& what, const std::string& module, const std::string& message) {
+  BadInput bad = BadFile(what, "in.png", GrayPng(2, 2), message, {"--plugin", module});
+  if (module == "fifo") bad.files.push_back({"fifo", ""});
+  return bad;
+}
+
+std::vector<BadInput> BadInputs() {
+  const std::string png = PngOfRandomRows();
+  std::string changed = png;
+  changed[changed.size() - 20] ^= 1;  // in the image data, before its CRC and IEND
+  const std::string jpeg = HandMadeJpeg(32, 32);
+  const std::string scan = JpegScan(16);
+  std::string mangled = scan;
+  std::fill(mangled.begin() + 1, mangled.begin() + 3, '\x5a');      // 1 bits: no code starts so
+  const std::string noData("\x78\x9c\x03\x00\x00\x00\x00\x01", 8);  // zlib data of nothing
+  const std::string tooLarge = "pixels, more than the 2^31 bytes a host picture holds";
+  const std::vector<std::string> largestLimit = {"--max-pixels", "536870912"};
+  return {
+      {"missing file",
+       {},
+       {"missing.png", "out.png"},
+       1,
+       "cannot read 'missing.png': no such file"},
+      {"directory", {}, {".", "out.png"}, 1, "cannot read '.': is a directory"},
+      {"device", {}, {"/dev/zero", "out.png"}, 1, "cannot read '/dev/zero': not a regular file"},
+      BadFile("FIFO as input", "fifo", "", "cannot read 'fifo': not a regular file"),
+      BadFile("empty file", "in.png", "", "is not a PNG or JPEG file"),
+      BadFile("text file", "in.png", "hello\n", "is not a PNG or JPEG file"),
+      BadFile("PNG cut in its image data", "in.png", png.substr(0, png.size() / 2),
+              "corrupt PNG data (unexpected end of file)"),
+      BadFile("PNG with a byte of its image data changed", "in.png", changed,
+              "corrupt PNG data (IDAT: incorrect data check)"),
+      BadFile("PNG 0 pixels wide", "in.png", GrayPng(0, 1),
+              "is 0 x 1 pixels; each side must be at least 1 pixel"),
+      BadFile("PNG 32768 pixels wide", "in.png", GrayPng(32768, 1),
+              "is 32768 x 1 pixels; the largest side allowed is 32767"),
+      BadFile("JPEG cut short", "in.jpg", jpeg.substr(0, jpeg.size() - 4),
+              "corrupt JPEG data (Premature end of JPEG file)"),
+      BadFile("JPEG whose scan is cut and followed by its end marker", "in.jpg",
+              HandMadeJpeg(32, 32, 1, scan.substr(0, 1)),
+              "corrupt JPEG data (premature end of data segment)"),
+      BadFile("JPEG with mangled scan data", "in.jpg", HandMadeJpeg(32, 32, 1, mangled),
+              "corrupt JPEG data (bad Huffman code)"),
+      BadFile("CMYK JPEG", "in.jpg", HandMadeJpeg(8, 8, 4),
+              "is a CMYK JPEG file, which is not supported"),
+      BadFile("1-bit PNG of 32767 x 32767 zeros (130 KB)", "in.png", GrayPng(32767, 32767, 1),
+              "is 32767 x 32767 " + tooLarge, largestLimit),
+      BadFile("JPEG whose frame claims 32767 x 32767", "in.jpg",
+              HandMadeJpeg(32767, 32767, 1, scan), "is 32767 x 32767 " + tooLarge),
+      BadFile("PNG claiming 30000 x 30000 in 65 bytes", "in.png",
+              PngWithData(30000, 30000, 8, noData), "is 30000 x 30000 " + tooLarge),
+      BadFile("PNG claiming 12000 x 12000 (144 megapixels)", "in.png",
+              PngWithData(12000, 12000, 8, noData),
+              "is 12000 x 12000 pixels, more than the 100000000 allowed (--max-pixels raises "
+              "the limit)"),
+      BadFile("PNG of 4 x 3 pixels with --max-pixels 11", "in.png", GrayPng(4, 3),
+              "is 4 x 3 pixels, more than the 11 allowed", {"--max-pixels", "11"}),
+      BadFile("PNG claiming 23000 x 23000 in 65 bytes, with --max-pixels 536870912", "in.png",
+              PngWithData(23000, 23000, 8, noData), "corrupt PNG data (Not enough image data)",
+              largestLimit),
+      BadModule("FIFO as module", "fifo", "cannot load plug-in 'fifo': not a regular file"),
+      BadModule("directory as module", ".", "cannot load plug-in '.': is a directory"),
+      BadModule("file that is no module", "in.png",
+                "cannot load plug-in 'in.png': invalid ELF header"),
+      {"--max-pixels 0",
+       {{"in.png", GrayPng(2, 2)}},
+       {"in.png", "out.png", "--max-pixels", "0"},
+       2,
+       "--max-pixels: Value 0 not in range 1 to 536870912"},
+  };
+}
+
+TEST_F(CliTest, BadInputsGetOneLineAndLeaveNothingBehind) {
+  for (const BadInput& bad : BadInputs()) {
+    SCOPED_TRACE(bad.what);
+    WriteBytes(Path("out.png"), "precious");
+    for (const auto& [name, bytes] : bad.files) {
+      if (name == "fifo") {
+        ASSERT_EQ(mkfifo(Path(name).c_str(), 0600), 0);
+      } else {
+        WriteBytes(Path(name), bytes);
+      }
+    }
+    const std::vector<std::string> before = Files();
+    std::vector<std::string> args = {"convert"};
+    args.insert(args.end(), bad.args.begin(), bad.args.end());
+    const auto start = std::chrono::steady_clock::now();
+    long maxRssKb = 0;
+    const QpxRun run = FinishQpx(StartQpx(args), &maxRssKb);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(run.exitCode, bad.exitCode);
+    EXPECT_TRUE(run.out.empty()) << run.out;
+    EXPECT_EQ(Lines(run.err).size(), 1u) << run.err;
+    EXPECT_THAT(run.err, HasSubstr(bad.message));
+    EXPECT_THAT(run.err, StartsWith("qpx: "));
+    EXPECT_EQ(ReadAll(Path("out.png")), "precious");
+    EXPECT_EQ(Files(), before);
+    // Refused from the header or failing on the first rows: no picture's worth of memory or time.
+    EXPECT_LT(seconds, 10.0);
+    EXPECT_LT(maxRssKb, 300 * 1024);
+    for (const std::string& name : Files()) fs::remove(Path(name));
+  }
+}
+
+TEST_F(CliTest, TheReadmeListsEveryBadInput) {
+  const std::string readme = ReadAll(fs::path(__FILE__).parent_path().parent_path() / "README.md");
+  for (const BadInput& bad : BadInputs()) {
+    EXPECT_NE(readme.find("| " + bad.what + " |"), std::string::npos) << bad.what;
+    EXPECT_NE(readme.find(bad.message), std::string::npos) << bad.message;
+  }
+}
+
+// --- where output goes --------------------------------------------------------------------------
+
+TEST_F(CliTest, DashReadsStandardInputAndWritesStandardOutput) {
+  const Image input = RandomImage(300, 200, true);  // more than a pipe holds at once
+  WritePng(Path("in.png"), input, true);
+  const QpxRun run = QpxWithInput({"convert", "-", "-"}, ReadAll(Path("in.png")));
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  WriteBytes(Path("copy.png"), run.out);
+  EXPECT_TRUE(ReadImage(Path("copy.png")).rgba == input.rgba);
+  EXPECT_THAT(Files(), ::testing::ElementsAre("copy.png", "in.png"));
+
+  const QpxRun text = QpxWithInput({"convert", "-", "out.png"}, "hello");
+  ExpectOneErrorLine(text);
+  EXPECT_THAT(text.err, HasSubstr("standard input is not a PNG or JPEG file"));
+}
+
+TEST_F(CliTest, OutputThroughASymbolicLinkGoesIntoTheFileItPointsTo) {
+  WritePng(Path("in.png"), RandomImage(5, 4, false), false);
+  fs::create_directory(Path("sub"));
+  fs::create_symlink("sub/target.png", Path("link.png"));
+  const QpxRun run = Qpx({"convert", "in.png", "link.png"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_TRUE(fs::is_symlink(Path("link.png")));
+  EXPECT_EQ(ReadAll(Path("sub/target.png")), ReadAll(Path("in.png")));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "link.png", "sub"));
+}
+
+TEST_F(CliTest, OutputKeepsTheModeOfTheFileItReplaces) {
+  WritePng(Path("in.png"), RandomImage(5, 4, false), false);
+  WriteBytes(Path("out.png"), "old");
+  ASSERT_EQ(chmod(Path("out.png").c_str(), 0600), 0);
+  ASSERT_EQ(Qpx({"convert", "in.png", "out.png"}).exitCode, 0);
+  struct stat info {};
+  ASSERT_EQ(stat(Path("out.png").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600u);
+  EXPECT_EQ(ReadAll(Path("out.png")), ReadAll(Path("in.png")));
+}
+
+TEST_F(CliTest, OutputToADeviceIsWrittenThrough) {
+  WritePng(Path("in.png"), RandomImage(5, 4, false), false);
+  const QpxRun run = Qpx({"convert", "in.png", "/dev/null"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  struct stat info {};
+  ASSERT_EQ(stat("/dev/null", &info), 0);
+  EXPECT_TRUE(S_ISCHR(info.st_mode));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("in.png"));
+}
+
+TEST_F(CliTest, OutputToAFifoIsWrittenThrough) {
+  const Image input = RandomImage(300, 200, false);
+  WritePng(Path("in.png"), input, false);
+  ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+  const pid_t pid = StartQpx({"convert", "in.png", "fifo"});
+  const int fd = open(Path("fifo").c_str(), O_RDONLY);  // waits for qpx to open it
+  ASSERT_GE(fd, 0);
+  std::string bytes;
+  char buffer[4096];
+  for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) bytes.append(buffer, size_t(n));
+  close(fd);
+  const QpxRun run = FinishQpx(pid);
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  WriteBytes(Path("copy.png"), bytes);
+  EXPECT_TRUE(ReadImage(Path("copy.png")).rgba == input.rgba);
+  EXPECT_THAT(Files(), ::testing::ElementsAre("copy.png", "fifo", "in.png"));
+}
+
+// The mask goes to a FIFO nobody reads yet, so qpx waits with the picture complete in its
+// temporary file; the signal must take that file away.
+TEST_F(CliTest, SignalWhileWritingRemovesTheTemporaryFile) {
+  WritePng(Path("in.png"), RandomImage(40, 30, true), true);
+  ASSERT_EQ(mkfifo(Path("mask.fifo").c_str(), 0600), 0);
+  for (const int signal : {SIGINT, SIGTERM}) {
+    SCOPED_TRACE(signal);
+    const pid_t pid = StartQpx({"convert", "in.png", "out.png", "--mask-out", "mask.fifo"});
+    bool waiting = false;
+    for (int i = 0; i < 1000 && !waiting; ++i) {
+      for (const std::string& name : Files()) waiting |= name.rfind("out.png.tmp-", 0) == 0;
+      if (!waiting) usleep(10000);
+    }
+    EXPECT_TRUE(waiting) << "no temporary file showed up";
+    kill(pid, signal);
+    const QpxRun run = FinishQpx(pid);
+    EXPECT_EQ(run.exitCode, 128 + signal);
+    EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "mask.fifo"));
+  }
+}
+
+// --- messages -----------------------------------------------------------------------------------
+
+TEST_F(CliTest, UsageErrorsNameWhatWasTyped) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"paint", "in.png"}, "qpx: unknown command 'paint' (see 'qpx --help')\n"},
+      {{"--colour"}, "qpx: unknown option '--colour' (see 'qpx --help')\n"},
+      {{}, "qpx: a command is required (see 'qpx --help')\n"},
+      {{"convert", "in.png", "out.png", "--host", "a\rb\nc"},
+       "qpx: --host: a?b c not in {desktop,console,web} (see 'qpx convert --help')\n"},
+  };
+  for (const auto& [args, message] : cases) {
+    const QpxRun run = Qpx(args);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err, message);
+  }
+}
+
+TEST_F(CliTest, DemoWithAModuleThatCannotLoadWritesNothing) {
+  WriteBytes(Path("fake.so"), "not a module");
+  const QpxRun run = Qpx({"demo", "out", "--plugin", "fake.so"});
+  ExpectOneErrorLine(run);
+  EXPECT_THAT(run.err, HasSubstr("cannot load plug-in 'fake.so'"));
+  EXPECT_THAT(Files(), ::testing::ElementsAre("fake.so"));
 }
 
 // --- blur -------------------------------------------------------------------------------------

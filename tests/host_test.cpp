@@ -3,10 +3,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <stdexcept>
+#include <string>
 
 #include "host_fixture.h"
+#include "plugin_module.h"
 
 namespace {
 
@@ -261,5 +267,37 @@ TEST_P(MethodCall, RejectsUnknownMethodsAndWrongArguments) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, MethodCall, ::testing::Values(9, 12));
+
+// Failures to load name the module as the caller gave it, never its private copy, and say why.
+std::string LoadFailure(const std::string& path) {
+  try {
+    qpxhost::PluginModule::Load(path, nullptr);
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+  return "(loaded)";
+}
+
+TEST(PluginModule, FailuresNameThePathGivenAndTheReason) {
+  std::string dir = ::testing::TempDir() + "/qpx_module_XXXXXX";
+  ASSERT_NE(mkdtemp(dir.data()), nullptr);
+  const std::string text = dir + "/text.so", fifo = dir + "/fifo.so";
+  std::FILE* file = std::fopen(text.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  std::fputs("not a module\n", file);
+  std::fclose(file);
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);  // opening it for reading would wait for a writer
+
+  EXPECT_EQ(LoadFailure(dir), "cannot load plug-in '" + dir + "': is a directory");
+  EXPECT_EQ(LoadFailure(fifo), "cannot load plug-in '" + fifo + "': not a regular file");
+  const std::string notModule = LoadFailure(text);
+  EXPECT_EQ(notModule.rfind("cannot load plug-in '" + text + "': ", 0), 0u) << notModule;
+  EXPECT_THAT(notModule, ::testing::Not(::testing::HasSubstr("qpx-plugin-")));
+  EXPECT_EQ(LoadFailure(dir + "/none.so"),
+            "cannot load plug-in '" + dir + "/none.so': No such file or directory");
+  std::remove(text.c_str());
+  std::remove(fifo.c_str());
+  rmdir(dir.c_str());
+}
 
 }  // namespace

@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csetjmp>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 // jpeglib.h needs FILE and size_t declared first.
@@ -268,16 +270,52 @@ TEST_F(ImageFileTest, GrayWriteFailureKeepsExistingFile) {
   EXPECT_EQ(Entries(), Names{"gray.png"});
 }
 
-TEST_F(ImageFileTest, WriteReplacesExistingFileWithUsualPermissions) {
-  WriteBytes(Path("out.png"), {'o', 'l', 'd'});
-  const mode_t oldMask = umask(022);
-  WritePng(Path("out.png"), SampleImage(3, 3, false), false);
-  umask(oldMask);
-  EXPECT_EQ(ReadOk(Path("out.png")).rgba, SampleImage(3, 3, false).rgba);
+mode_t ModeOf(const std::string& path) {
   struct stat st {};
-  ASSERT_EQ(stat(Path("out.png").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0644u);
-  EXPECT_EQ(Entries(), Names{"out.png"});
+  EXPECT_EQ(stat(path.c_str(), &st), 0);
+  return st.st_mode & 0777;
+}
+
+TEST_F(ImageFileTest, NewFileGetsUsualPermissionsAndReplacedOneKeepsItsOwn) {
+  WriteBytes(Path("old.png"), {'o', 'l', 'd'});
+  ASSERT_EQ(chmod(Path("old.png").c_str(), 0600), 0);
+  const mode_t oldMask = umask(022);
+  WritePng(Path("new.png"), SampleImage(3, 3, false), false);
+  WritePng(Path("old.png"), SampleImage(3, 3, false), false);
+  umask(oldMask);
+  EXPECT_EQ(ReadOk(Path("old.png")).rgba, SampleImage(3, 3, false).rgba);
+  EXPECT_EQ(ModeOf(Path("new.png")), 0644u);
+  EXPECT_EQ(ModeOf(Path("old.png")), 0600u);
+  EXPECT_EQ(Entries(), (Names{"new.png", "old.png"}));
+}
+
+TEST_F(ImageFileTest, WriteFollowsSymbolicLinksAndKeepsThem) {
+  std::filesystem::create_directory(Path("sub"));
+  std::filesystem::create_symlink("sub/a.png", Path("link.png"));         // dangling at first
+  std::filesystem::create_symlink("../link.png", Path("sub/chain.png"));  // a link to the link
+  WritePng(Path("sub/chain.png"), SampleImage(2, 2, false), false);
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("link.png")));
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("sub/chain.png")));
+  EXPECT_EQ(ReadOk(Path("sub/a.png")).rgba, SampleImage(2, 2, false).rgba);
+  EXPECT_EQ(Entries(), (Names{"link.png", "sub"}));
+}
+
+TEST_F(ImageFileTest, DeviceIsWrittenThroughNotReplaced) {
+  WritePng("/dev/null", SampleImage(2, 2, false), false);
+  struct stat st {};
+  ASSERT_EQ(stat("/dev/null", &st), 0);
+  EXPECT_TRUE(S_ISCHR(st.st_mode));
+  // A stream and a file together: the file is written as well.
+  WritePngFiles({{"/dev/null", SampleImage(2, 2, false), PngColour::Rgb},
+                 {Path("b.png"), SampleImage(2, 2, false), PngColour::Gray}});
+  EXPECT_EQ(ReadOk(Path("b.png")).width, 2);
+  EXPECT_EQ(Entries(), Names{"b.png"});
+}
+
+TEST_F(ImageFileTest, OnlyRegularFilesAreRead) {
+  ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);  // opening it would wait for a writer
+  EXPECT_EQ(ErrorOf(Path("fifo")), "cannot read '" + Path("fifo") + "': not a regular file");
+  EXPECT_EQ(ErrorOf("/dev/zero"), "cannot read '/dev/zero': not a regular file");
 }
 
 TEST_F(ImageFileTest, FormatIsChosenBySignatureNotName) {
@@ -545,6 +583,95 @@ TEST_F(ImageFileTest, TruncatedJpeg) {
   const std::string message = ErrorOf(Path("cut.jpg"));
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
   EXPECT_EQ(message, Quoted(Path("cut.jpg")) + ": corrupt JPEG data (Premature end of JPEG file)");
+}
+
+// A JPEG of noise whose scan data is changed by `change`, which gets the bytes between the
+// start-of-scan header and the end marker.
+std::vector<uint8_t> ChangedJpeg(const std::string& path,
+                                 const std::function<void(Bytes& scan)>& change) {
+  WriteJpeg(path, 64, 64, 3, {}, true);
+  Bytes bytes = ReadBytes(path);
+  size_t sos = 2;
+  while (sos + 4 < bytes.size() && !(bytes[sos] == 0xff && bytes[sos + 1] == 0xda)) {
+    sos += 2 + size_t(bytes[sos + 2] << 8 | bytes[sos + 3]);
+  }
+  const size_t start = sos + 2 + size_t(bytes[sos + 2] << 8 | bytes[sos + 3]);
+  Bytes scan(bytes.begin() + std::ptrdiff_t(start), bytes.end() - 2);
+  change(scan);
+  bytes.resize(start);
+  bytes.insert(bytes.end(), scan.begin(), scan.end());
+  bytes.insert(bytes.end(), {0xff, 0xd9});
+  return bytes;
+}
+
+TEST_F(ImageFileTest, JpegScanCutBeforeItsEndMarkerIsCorrupt) {
+  WriteBytes(Path("cut.jpg"),
+             ChangedJpeg(Path("full.jpg"), [](Bytes& scan) { scan.resize(scan.size() / 2); }));
+  ::testing::internal::CaptureStderr();
+  const std::string message = ErrorOf(Path("cut.jpg"));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(message,
+            Quoted(Path("cut.jpg")) + ": corrupt JPEG data (premature end of data segment)");
+}
+
+TEST_F(ImageFileTest, JpegWithMangledScanDataIsCorrupt) {
+  WriteBytes(Path("bad.jpg"), ChangedJpeg(Path("full.jpg"), [](Bytes& scan) {
+               for (size_t i = scan.size() / 3; i < scan.size() / 2; ++i) {
+                 scan[i] = uint8_t(scan[i] * 7 + 1);
+                 if (scan[i] == 0xff) scan[i] = 0;  // no markers inside the scan
+               }
+             }));
+  const std::string message = ErrorOf(Path("bad.jpg"));
+  EXPECT_EQ(message.rfind(Quoted(Path("bad.jpg")) + ": corrupt JPEG data (", 0), 0u) << message;
+}
+
+// `bytes` of a JPEG with the size in its frame header replaced.
+Bytes WithFrameSize(Bytes bytes, uint16_t width, uint16_t height) {
+  for (size_t i = 2; i + 9 < bytes.size(); ++i) {
+    if (bytes[i] == 0xff && bytes[i + 1] == 0xc0) {
+      bytes[i + 5] = uint8_t(height >> 8);
+      bytes[i + 6] = uint8_t(height);
+      bytes[i + 7] = uint8_t(width >> 8);
+      bytes[i + 8] = uint8_t(width);
+      return bytes;
+    }
+  }
+  ADD_FAILURE() << "no frame header";
+  return bytes;
+}
+
+TEST_F(ImageFileTest, SizesClaimedByHeadersAreCheckedBeforeDecoding) {
+  ASSERT_NO_FATAL_FAILURE(WriteJpeg(Path("small.jpg"), 16, 16, 3, {}, true));
+  const Bytes jpeg = ReadBytes(Path("small.jpg"));
+  WriteBytes(Path("huge.jpg"), WithFrameSize(jpeg, 32767, 32767));
+  EXPECT_EQ(ErrorOf(Path("huge.jpg")),
+            Quoted(Path("huge.jpg")) +
+                " is 32767 x 32767 pixels, more than the 2^31 bytes a host picture holds");
+  WriteBytes(Path("big.jpg"), WithFrameSize(jpeg, 10001, 10000));
+  EXPECT_EQ(ErrorOf(Path("big.jpg")), Quoted(Path("big.jpg")) +
+                                          " is 10001 x 10000 pixels, more than the 100000000 "
+                                          "allowed (--max-pixels raises the limit)");
+  // Allowed, it fails on its data, having taken memory for the rows it decoded only.
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    ReadImage(Path("big.jpg"), 200'000'000);
+    ADD_FAILURE() << "no error";
+  } catch (const ImageError& e) {
+    EXPECT_EQ(std::string(e.what()).rfind(Quoted(Path("big.jpg")) + ": corrupt JPEG data", 0), 0u)
+        << e.what();
+  }
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 5);
+
+  WritePng(Path("ok.png"), SampleImage(4, 3, false), false);
+  try {
+    ReadImage(Path("ok.png"), 11);
+    ADD_FAILURE() << "no error";
+  } catch (const ImageError& e) {
+    EXPECT_EQ(std::string(e.what()),
+              Quoted(Path("ok.png")) +
+                  " is 4 x 3 pixels, more than the 11 allowed (--max-pixels raises the limit)");
+  }
+  EXPECT_EQ(ReadImage(Path("ok.png"), 12).width, 4);
 }
 
 TEST_F(ImageFileTest, CmykJpegIsRejected) {
