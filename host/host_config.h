@@ -24,6 +24,11 @@ struct HostConfig {
   int32_t desktopLayout = 5;
   int32_t desktopAlphaLayout = 1;
   int32_t rowPadding = 0;
+  // Guard bytes: every byte around and between a picture's rows (row padding, the gaps between
+  // console rows, a margin before the first and after the last row) holds a known pattern, so
+  // that a write outside the pixels shows (HostPicture::GuardBytesIntact); a picture whose
+  // guard bytes changed reports a problem when it is destroyed.
+  bool guardBytes = false;
 };
 
 // A platform makes all its bitmap contexts in one byte order: the alpha or skipped byte last

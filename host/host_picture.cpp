@@ -1,13 +1,31 @@
 #include "host_picture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
+
+#include "host.h"
 
 namespace qpxhost {
 namespace {
 
 constexpr int32_t kConsoleRowGap = 16;
+// Guard bytes before the first row and after the last: a stray pixel or a short run of them
+// lands here, where the pattern shows it; AddressSanitizer sees writes further out.
+constexpr size_t kGuardMargin = 64;
+
+// The pattern of the guard bytes, by a byte's place in its block, so that rows moved or
+// copied out of place show as well as stray values.
+uint8_t GuardByte(size_t offset) {
+  return static_cast<uint8_t>(0xA5 ^ (offset * 0x3B));
+}
+
+bool GuardBytesWanted() {
+  const Host* host = Host::Current();
+  return host != nullptr && host->config().guardBytes;
+}
 
 uint8_t Premultiply(uint8_t c, uint8_t a) {
   return static_cast<uint8_t>((c * a + 127) / 255);
@@ -40,18 +58,27 @@ HostPicture::HostPicture(PictureStorage storage, int32_t width, int32_t height, 
       depth(depth),
       hasAlpha(hasAlpha),
       layout(storage == PictureStorage::Console ? 8 : layout),
-      rowPadding(rowPadding) {
+      rowPadding(rowPadding),
+      guardBytes(GuardBytesWanted()) {
   Allocate(width, height);
 }
 
+HostPicture::~HostPicture() {
+  ReportDamagedGuardBytes();
+}
+
 void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
+  ReportDamagedGuardBytes();  // the old rows go now
   width = newWidth;
   height = newHeight;
   const size_t w = static_cast<size_t>(width), h = static_cast<size_t>(height);
   if (storage == PictureStorage::Bitmap) {
     rowBytes = width * 4 + rowPadding;
-    bitmap.Allocate(static_cast<size_t>(rowBytes) * h);
-    context = {bitmap.data(),
+    const size_t bytes = static_cast<size_t>(rowBytes) * h;
+    guardMargin_ = guardBytes && bytes > 0 ? kGuardMargin : 0;
+    bitmap.Allocate(bytes + 2 * guardMargin_);
+    if (guardBytes) FillGuardBytes();
+    context = {bytes > 0 ? bitmap.data() + guardMargin_ : nullptr,
                static_cast<size_t>(depth),
                w,
                h,
@@ -61,9 +88,13 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
   }
   rowBytes = width * 4;
   const size_t stride = w * 4 + kConsoleRowGap;
-  consoleBlock.Allocate(stride * h);
+  guardMargin_ = guardBytes && h > 0 ? kGuardMargin : 0;
+  consoleBlock.Allocate(stride * h + 2 * guardMargin_);
   rowTable.assign(h, nullptr);
-  for (size_t y = 0; y < h; ++y) rowTable[y] = consoleBlock.data() + (h - 1 - y) * stride;
+  for (size_t y = 0; y < h; ++y) {
+    rowTable[y] = consoleBlock.data() + guardMargin_ + (h - 1 - y) * stride;
+  }
+  if (guardBytes) FillGuardBytes();
   record.assign(kConsoleRecordSlots, 0);
   record[1] = w;
   record[2] = h;
@@ -73,7 +104,7 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
 
 uint8_t* HostPicture::Row(int32_t y) {
   if (storage == PictureStorage::Console) return rowTable[static_cast<size_t>(y)];
-  return bitmap.data() + static_cast<size_t>(y) * static_cast<size_t>(rowBytes);
+  return bitmap.data() + guardMargin_ + static_cast<size_t>(y) * static_cast<size_t>(rowBytes);
 }
 
 const uint8_t* HostPicture::Pixel(int32_t x, int32_t y) const {
@@ -142,6 +173,53 @@ void HostPicture::Set(int32_t x, int32_t y, RGBA c) {
 std::vector<HostObject*> HostPicture::HeldReferences() const {
   if (mask == nullptr) return {};
   return {mask};
+}
+
+const PixelMemory& HostPicture::Block() const {
+  return storage == PictureStorage::Bitmap ? bitmap : consoleBlock;
+}
+
+std::vector<std::pair<size_t, size_t>> HostPicture::GuardSpans() const {
+  const PixelMemory& block = Block();
+  if (block.size() == 0) return {};
+  std::vector<size_t> rowStarts;
+  for (int32_t y = 0; y < height; ++y) {
+    rowStarts.push_back(static_cast<size_t>(const_cast<HostPicture*>(this)->Row(y) - block.data()));
+  }
+  std::sort(rowStarts.begin(), rowStarts.end());
+  std::vector<std::pair<size_t, size_t>> spans;
+  size_t at = 0;
+  for (size_t start : rowStarts) {
+    if (start > at) spans.emplace_back(at, start - at);
+    at = start + 4 * static_cast<size_t>(width);
+  }
+  if (block.size() > at) spans.emplace_back(at, block.size() - at);
+  return spans;
+}
+
+void HostPicture::FillGuardBytes() {
+  uint8_t* bytes = Block().data();
+  for (const auto& [offset, length] : GuardSpans()) {
+    for (size_t i = offset; i < offset + length; ++i) bytes[i] = GuardByte(i);
+  }
+}
+
+bool HostPicture::GuardBytesIntact() const {
+  if (!guardBytes) return true;
+  const uint8_t* bytes = Block().data();
+  for (const auto& [offset, length] : GuardSpans()) {
+    for (size_t i = offset; i < offset + length; ++i) {
+      if (bytes[i] != GuardByte(i)) return false;
+    }
+  }
+  return true;
+}
+
+void HostPicture::ReportDamagedGuardBytes() const {
+  Host* host = Host::Current();
+  if (host == nullptr || GuardBytesIntact()) return;
+  host->ReportProblem("a " + std::to_string(width) + " x " + std::to_string(height) +
+                      " picture's bytes outside its rows were overwritten");
 }
 
 }  // namespace qpxhost

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "REALplugin.h"
@@ -52,9 +53,10 @@ class PixelMemory {
 class HostPicture : public HostObject {
  public:
   // `layout`: 1 to 6 for bitmap storage (ignored for console storage). `rowPadding`: extra
-  // bytes after each bitmap row.
+  // bytes after each bitmap row. Guard bytes are laid out when the booted host asks for them.
   HostPicture(PictureStorage storage, int32_t width, int32_t height, int32_t depth, bool hasAlpha,
               int32_t layout, int32_t rowPadding);
+  ~HostPicture() override;
   // (Re)allocates the pixels for a new size, all zero.
   void Allocate(int32_t width, int32_t height);
 
@@ -66,12 +68,16 @@ class HostPicture : public HostObject {
 
   std::vector<HostObject*> HeldReferences() const override;
 
+  // Whether every guard byte still holds its pattern (always true without guard bytes).
+  bool GuardBytesIntact() const;
+
   PictureStorage storage;
   int32_t width = 0, height = 0, depth = 32;
   bool hasAlpha = false;
   int32_t layout;  // 1 to 6, or 8 for console storage
   int32_t rowPadding;
   int32_t rowBytes = 0;
+  const bool guardBytes;
 
   // Bitmap storage.
   PixelMemory bitmap;
@@ -94,6 +100,14 @@ class HostPicture : public HostObject {
 
  private:
   const uint8_t* Pixel(int32_t x, int32_t y) const;
+  // The block holding the rows, and the bytes of it that are not pixels, as (offset, length).
+  const PixelMemory& Block() const;
+  std::vector<std::pair<size_t, size_t>> GuardSpans() const;
+  void FillGuardBytes();
+  // Tells the booted host when a guard byte was overwritten.
+  void ReportDamagedGuardBytes() const;
+
+  size_t guardMargin_ = 0;  // bytes before the first and after the last row
 };
 
 }  // namespace qpxhost

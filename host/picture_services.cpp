@@ -32,9 +32,12 @@ REALpicture Ref(HostObject* object) {
   return reinterpret_cast<REALpicture>(object);
 }
 
+// At most 2^31 bytes of pixels, and a row's bytes (padding included) within 32 bits even when
+// the picture has no rows.
 bool SizeAllowed(int32_t width, int32_t height) {
   return width >= 0 && height >= 0 &&
-         static_cast<uint64_t>(width) * static_cast<uint64_t>(height) * 4 <= kMaxPictureBytes;
+         static_cast<uint64_t>(width) * static_cast<uint64_t>(height) * 4 <= kMaxPictureBytes &&
+         int64_t{width} * 4 + H().config().rowPadding <= INT32_MAX;
 }
 
 REALpicture NewPicture(int32_t width, int32_t height, int32_t depth) {

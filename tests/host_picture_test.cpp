@@ -1,6 +1,10 @@
 // Pictures, masks and graphics of the emulated host.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <string>
+
 #include "host_fixture.h"
 #include "picture_services.h"
 
@@ -129,6 +133,9 @@ TEST_F(HostTest, NewPictureAndConstructor) {
   EXPECT_EQ(host.RefCount(made), 1);
   EXPECT_EQ(newPicture(-1, 2, 32), nullptr);
   EXPECT_EQ(newPicture(100000, 100000, 32), nullptr);
+  // No rows, but a row of 2^32 or 2^31 bytes: refused like any row beyond 32 bits.
+  EXPECT_EQ(newPicture(1 << 30, 0, 32), nullptr);
+  EXPECT_EQ(newPicture(1 << 29, 0, 32), nullptr);
 
   auto newInstance = Service<REALnewInstanceFn>("PluginNewInstance");
   auto loadMethod = Service<REALLoadObjectMethodFn>("REALLoadObjectMethod");
@@ -304,6 +311,103 @@ TEST_F(HostTest, NewPicturesStartZeroed) {
     host.Unlock(picture);
     TearDown();
   }
+}
+
+}  // namespace
+
+// --- Guard bytes around the rows ------------------------------------------------------------
+
+namespace {
+
+HostConfig Guarded(AppKind app, int32_t padding) {
+  HostConfig config = Kind(app);
+  config.rowPadding = padding;
+  config.guardBytes = true;
+  return config;
+}
+
+const qpxhost::PixelMemory& BlockOf(const HostPicture& picture) {
+  return picture.storage == qpxhost::PictureStorage::Bitmap ? picture.bitmap : picture.consoleBlock;
+}
+
+// Every pixel byte can be written without touching a guard byte; a byte before the rows, after
+// the first row (padding or gap), after the last row in memory, or at either end of the block
+// cannot. Pixels still start at 0 and rows keep their addresses relative to each other.
+TEST_F(HostTest, GuardBytesSurroundEveryRow) {
+  for (AppKind app : {AppKind::Desktop, AppKind::Console}) {
+    SCOPED_TRACE(qpxhost::AppKindName(app));
+    auto& host = Boot(Guarded(app, 3), false);
+    HostPicture* picture = NewHostPicture(host, 5, 4);
+    EXPECT_TRUE(picture->guardBytes);
+    EXPECT_TRUE(picture->GuardBytesIntact());
+    uint8_t* lowest = picture->Row(0);
+    uint8_t* highest = picture->Row(0);
+    for (int32_t y = 0; y < 4; ++y) {
+      for (int32_t i = 0; i < 20; ++i) EXPECT_EQ(picture->Row(y)[i], 0);
+      std::memset(picture->Row(y), 0xff, 20);
+      lowest = std::min(lowest, picture->Row(y));
+      highest = std::max(highest, picture->Row(y));
+    }
+    EXPECT_TRUE(picture->GuardBytesIntact());
+    if (app == AppKind::Desktop) {
+      EXPECT_EQ(picture->context.data, picture->Row(0));
+      EXPECT_EQ(picture->context.bytesPerRow, 5u * 4 + 3);
+      EXPECT_EQ(picture->Row(1), picture->Row(0) + 23);
+    }
+    const qpxhost::PixelMemory& block = BlockOf(*picture);
+    for (uint8_t* stray : {lowest - 1, picture->Row(0) + 20, highest + 20, block.data(),
+                           block.data() + block.size() - 1}) {
+      *stray ^= 0xff;
+      EXPECT_FALSE(picture->GuardBytesIntact()) << "at block offset " << (stray - block.data());
+      *stray ^= 0xff;
+      EXPECT_TRUE(picture->GuardBytesIntact());
+    }
+    host.Unlock(picture);
+    TearDown();
+  }
+}
+
+// Without the option nothing changes: no margin, padding zeroed and never checked.
+TEST_F(HostTest, WithoutGuardBytesRowsStartTheBlock) {
+  HostConfig config = Kind(AppKind::Desktop);
+  config.rowPadding = 4;
+  auto& host = Boot(config, false);
+  HostPicture* picture = NewHostPicture(host, 2, 2);
+  EXPECT_FALSE(picture->guardBytes);
+  EXPECT_EQ(picture->Row(0), picture->bitmap.data());
+  EXPECT_EQ(picture->bitmap.size(), 2u * 12);
+  picture->Row(0)[8] = 7;
+  EXPECT_TRUE(picture->GuardBytesIntact());
+  host.Unlock(picture);
+}
+
+// A picture whose guard bytes were overwritten tells the host when it goes, so a check of the
+// host's problems after a call also covers pictures a module made and released within it.
+TEST(GuardBytes, OverwrittenGuardByteIsReportedWhenThePictureGoes) {
+  for (AppKind app : {AppKind::Desktop, AppKind::Console}) {
+    Host host(Guarded(app, 4));
+    HostPicture* picture = NewHostPicture(host, 2, 2);
+    picture->Row(1)[8] ^= 0xff;  // padding or gap after a row
+    EXPECT_TRUE(host.problems().empty());
+    host.Unlock(picture);
+    ASSERT_EQ(host.problems().size(), 1u) << qpxhost::AppKindName(app);
+    EXPECT_NE(host.problems()[0].find("2 x 2 picture's bytes outside its rows"), std::string::npos);
+  }
+}
+
+// A picture given its size later, as the "Picture" constructor does, gets guard bytes around
+// its new rows.
+TEST_F(HostTest, ConstructedPicturesAreGuardedToo) {
+  auto& host = Boot(Guarded(AppKind::Desktop, 0), false);
+  PictureOptions options;
+  options.hasAlpha = true;
+  HostPicture* picture = qpxhost::NewHostPicture(host, 0, 0, options);
+  picture->Allocate(3, 2);
+  EXPECT_TRUE(picture->GuardBytesIntact());
+  picture->Row(1)[12] ^= 0xff;  // just past the last row
+  EXPECT_FALSE(picture->GuardBytesIntact());
+  picture->Row(1)[12] ^= 0xff;
+  host.Unlock(picture);
 }
 
 }  // namespace
