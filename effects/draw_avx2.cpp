@@ -12,7 +12,12 @@
 
 // Only the vector loop below is built for AVX2: every header it needs besides its own was
 // included above, so nothing the rest of the module shares is built with AVX2 instructions.
+// clang takes the same request as an attribute of every function declared from here on.
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC target("avx2")
+#endif
 #include "draw_fixed.h"
 #include "draw_lanes.h"
 
@@ -71,6 +76,10 @@ struct FixedAvx2 {
 const InteriorLoop kDrawInteriorAvx2 = draw_lanes::DrawInterior<LanesAvx2>;
 const InteriorLoop kDrawInteriorFixedAvx2 = draw_fixed::DrawInterior<FixedAvx2>;
 const InteriorLoop kDrawMaskedFixedAvx2 = draw_fixed::DrawMaskedInterior<FixedAvx2, LanesAvx2>;
+
+#if defined(__clang__)
+#pragma clang attribute pop
+#endif
 
 #else
 

@@ -67,10 +67,10 @@ REALconstantV9* OlderConstants(const void* table, REALword count) {
 
 // Converts `record` to the older layout in place (words 0 to 24) and registers it.
 void RegisterOlderLayout(REALclassDefinition* record) {
-  auto* older = static_cast<REALclassDefinition*>(
-      std::calloc(1, kREALclassDefinitionV9Words * sizeof(REALword)));
+  // A whole record as the working copy, so every member is within it; only words 0 to 24 are
+  // written, and only those are copied back.
+  auto* older = static_cast<REALclassDefinition*>(std::calloc(1, sizeof(REALclassDefinition)));
   if (older == nullptr) return;
-  // Only words 0 to 24 are written: the allocation holds just those.
   older->version = 9;
   older->name = record->name;
   older->superName = record->superName;
