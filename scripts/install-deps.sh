@@ -5,6 +5,8 @@ set -euo pipefail
 packages=(cmake make g++ pkg-config binutils libgtest-dev libgmock-dev libffi-dev libpng-dev
           libjpeg-dev libcli11-dev)
 [ "${QPX_WITH_BENCH:-0}" = 1 ] && packages+=(libbenchmark-dev)
+# The fuzz targets: clang, and libclang_rt.fuzzer (libclang-rt-dev, for Debian 12's clang 14).
+[ "${QPX_WITH_FUZZ:-0}" = 1 ] && packages+=(clang libclang-rt-dev)
 
 missing=()
 for p in "${packages[@]}"; do

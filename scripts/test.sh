@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: once as released, the method tests once more with only
-# the plain pixel loops, and the whole suite under AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# the plain pixel loops, the whole suite under AddressSanitizer and
+# UndefinedBehaviorSanitizer, and each fuzz target for a bounded time (QPX_FUZZ_SECONDS, 45).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -20,3 +20,8 @@ scripts/build.sh build-sanitize -DQPX_SANITIZE=ON -DQPX_BUILD_TESTS=ON
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 (cd build-sanitize && ctest --output-on-failure -j "$(nproc)")
+
+# A bounded run of each fuzz target (clang, ASan and UBSan) on its seed corpus.
+for target in fuzz_image_file fuzz_methods; do
+  scripts/fuzz.sh "$target" "${QPX_FUZZ_SECONDS:-45}"
+done
