@@ -189,10 +189,12 @@ FRESH_TEST(PictureEditor, DepthOtherThan32DoesNotOpenOnConsole) {
 
 // --- Console records the editor refuses ------------------------------------------------
 
-void ExpectConsoleRecordRefused(size_t slot, uintptr_t value) {
-  ModuleHost env(Config(AppKind::Console));
-  HostPicture* picture = env.Picture(2, 2);
-  picture->record[slot] = value;
+// A picture of `app` that `spoil` made unfit does not open: nothing held, nothing locked.
+template <class Spoil>
+void ExpectRefused(AppKind app, Spoil spoil) {
+  ModuleHost env(Config(app));
+  HostPicture* picture = env.Picture(3, 2);
+  spoil(*picture);
   {
     PictureReader reader;
     EXPECT_FALSE(reader.GetPictureEditor(Ref(picture), true, false));
@@ -200,6 +202,10 @@ void ExpectConsoleRecordRefused(size_t slot, uintptr_t value) {
   }
   EXPECT_EQ(picture->lockCount, 0);
   env.host.Unlock(picture);
+}
+
+void ExpectConsoleRecordRefused(size_t slot, uintptr_t value) {
+  ExpectRefused(AppKind::Console, [&](HostPicture& picture) { picture.record[slot] = value; });
 }
 
 FRESH_TEST(ConsoleRecord, NonZeroFirstWordIsRefused) {
@@ -214,7 +220,7 @@ FRESH_TEST(ConsoleRecord, NullRowTableIsRefused) {
 
 // A record whose size slots disagree with the size its description reports.
 FRESH_TEST(ConsoleRecord, WidthSlotOtherThanTheDescriptionsIsRefused) {
-  ExpectConsoleRecordRefused(1, 3);
+  ExpectConsoleRecordRefused(1, 4);
 }
 FRESH_TEST(ConsoleRecord, HeightSlotOtherThanTheDescriptionsIsRefused) {
   ExpectConsoleRecordRefused(2, 1);
@@ -224,16 +230,7 @@ FRESH_TEST(ConsoleRecord, HeightSlotOtherThanTheDescriptionsIsRefused) {
 // A context whose sizes cannot be walked in 32 bits, or whose rows are shorter than their
 // pixels: the picture does not open and its description is unlocked again.
 void ExpectBitmapContextRefused(void (*spoil)(qpxhost::BitmapContext&)) {
-  ModuleHost env(Config(AppKind::Desktop));
-  HostPicture* picture = env.Picture(3, 2);
-  spoil(picture->context);
-  {
-    PictureReader reader;
-    EXPECT_FALSE(reader.GetPictureEditor(Ref(picture), false, false));
-    EXPECT_EQ(env.host.RefCount(picture), 1);
-  }
-  EXPECT_EQ(picture->lockCount, 0);
-  env.host.Unlock(picture);
+  ExpectRefused(AppKind::Desktop, [&](HostPicture& picture) { spoil(picture.context); });
 }
 
 FRESH_TEST(BitmapContext, RowsShorterThanTheirPixelsAreRefused) {
