@@ -351,6 +351,7 @@ const std::vector<DemoCall>& DemoCalls() {
 void RunDemo(const PictureCommandOptions& options, const std::string& directory) {
   qpxhost::HostConfig config = MakeHostConfig(options.host);
   config.desktopLayout = options.layout;
+  config.desktopAlphaLayout = qpxhost::AlphaLayoutPairedWith(options.layout);
   const std::filesystem::path dir(directory);
   const std::vector<DemoInput> inputs = MakeDemoInputs();
 

@@ -1989,6 +1989,13 @@ TEST_F(CliTest, DemoWritesIntoQpxDemoByDefault) {
   EXPECT_TRUE(fs::exists(Path("qpx-demo/input.png")));
 }
 
+// Every layout boots a desktop host, its alpha layout following in the same byte order.
+TEST_F(CliTest, DemoRunsInAFirstByteLayout) {
+  const QpxRun run = Qpx({"demo", "--layout", "2", "d2"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_TRUE(fs::exists(Path("d2/index.html")));
+}
+
 TEST_F(CliTest, DemoIntoAnUnwritablePlaceIsOneErrorLine) {
   WriteBytes(Path("file"), "x");
   ExpectOneErrorLine(Qpx({"demo", "file/sub"}));

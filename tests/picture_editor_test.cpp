@@ -38,6 +38,7 @@ TEST_P(DesktopLayout, OpensWithItsCodeStrideAndRows) {
   EXPECT_IN_FRESH_PROCESS({
     HostConfig config = Config(AppKind::Desktop);
     config.desktopLayout = layout;
+    config.desktopAlphaLayout = qpxhost::AlphaLayoutPairedWith(layout);
     config.rowPadding = 12;
     ModuleHost env(config);
     HostPicture* picture = env.Picture(5, 4);
