@@ -121,16 +121,30 @@ std::optional<RawPicture> CopiedMask(const MaskedSource& source, const HostConfi
   return mask;
 }
 
+// What a resizer reads of `picture`, whose bytes are `raw`: see MaskedSource::read.
+RawPicture AsRead(const qpxhost::HostPicture& picture, const RawPicture& raw,
+                  const HostConfig& host) {
+  if (picture.lockable) return raw;
+  if (host.app == AppKind::Desktop && !picture.hasAlpha) {
+    return OpaqueInLayout(raw, NewPictureFormat(host));
+  }
+  return RawPicture{};
+}
+
 }  // namespace
 
-MaskedSource ReadMaskedSource(qpxhost::HostPicture& receiver) {
+MaskedSource ReadMaskedSource(qpxhost::HostPicture& receiver, const HostConfig& host) {
   MaskedSource source;
   source.pixels = ReadRaw(receiver);
+  source.read = AsRead(receiver, source.pixels, host);
   source.hasAlpha = receiver.hasAlpha;
   for (int32_t y = 0; y < receiver.height; ++y) {
     for (int32_t x = 0; x < receiver.width; ++x) source.shown.push_back(receiver.Get(x, y));
   }
-  if (receiver.mask != nullptr) source.mask = ReadRaw(*receiver.mask);
+  if (receiver.mask != nullptr) {
+    source.mask = ReadRaw(*receiver.mask);
+    source.maskRead = AsRead(*receiver.mask, *source.mask, host);
+  }
   return source;
 }
 
@@ -144,7 +158,7 @@ ExpectedResult ExpectedScaleImageAndMask(const MaskedSource* source, const HostC
   const bool masksSeen = !Lacks(host, "REALGetPictureMask");
   ExpectedResult result;
   if (!source->hasAlpha || Lacks(host, "REALGetPropValueBool")) {
-    result = ResizeImageAndMask(source->pixels, masksSeen ? source->mask : std::nullopt, smooth,
+    result = ResizeImageAndMask(source->read, masksSeen ? source->maskRead : std::nullopt, smooth,
                                 call, host);
   } else if (!HostMakesPicture(call.width, call.height)) {
     return {ExpectedPicture::Nil(), 0};

@@ -14,16 +14,21 @@
 namespace qpxtest {
 
 // A receiver as the reference takes it. It and its mask open for reading when they are at least
-// 1 x 1 (they must be 32 bits deep, and lockable in a console or web host).
+// 1 x 1 and 32 bits deep (a mask must also be lockable).
 struct MaskedSource {
   RawPicture pixels;                 // its bytes, in its own layout
   std::vector<qpxhost::RGBA> shown;  // every pixel as the host shows it, row by row
   bool hasAlpha = false;             // whether it has an alpha channel
   std::optional<RawPicture> mask;    // its own mask, of any size
+  // The bytes a resizer reads when it opens the receiver and its mask: their own, or for a
+  // desktop picture without alpha channel that does not lock, those of the copy the host draws
+  // of it (opaque, in the host's new-picture layout); 0 x 0 when it does not open.
+  RawPicture read;
+  std::optional<RawPicture> maskRead;
 };
 
-// The receiver's bytes, colours, alpha channel and mask.
-MaskedSource ReadMaskedSource(qpxhost::HostPicture& receiver);
+// The receiver's bytes, colours, alpha channel and mask, in a host configured as `host`.
+MaskedSource ReadMaskedSource(qpxhost::HostPicture& receiver, const qpxhost::HostConfig& host);
 
 // What ScaleImageAndMaskQPX gives in a host configured as `host` (the services and method
 // declarations it lacks included) for `source` (nil for a nil receiver), and how many times it

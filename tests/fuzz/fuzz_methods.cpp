@@ -124,20 +124,18 @@ void FuzzScale(FuzzInput& input, Host& host) {
                  call.yieldTicks);
 }
 
-// The reference reads receivers and masks with qpxtest::ReadRaw as they are stored, so they
-// must open directly: 32 bits deep and lockable (one that does not lock is read through a copy,
-// which the anti-aliased enlargement shows by interpolating its opaque fourth byte).
+// The reference reads receivers and masks as 32-bit pictures; a receiver that does not lock is
+// read as the module reads it, through the host's opaque copy on a desktop host.
 void FuzzScaleImageAndMask(FuzzInput& input, Host& host) {
   PictureRules rules;
   rules.otherDepthAllowed = false;
-  rules.unlockableAllowed = false;
   rules.emptyRowsAllowed = false;
   HostPicture* receiver = ReadReceiver(input, host, rules);
   qpxtest::ScaleCall call{input.Size(), input.Size(), input.Flag(), input.Yield()};
   LimitResultArea(call.width, call.height, HasAlpha(receiver));
   CaseLog() += ScaleCallText("ScaleImageAndMaskQPX", call);
   std::optional<qpxtest::MaskedSource> source;
-  if (receiver != nullptr) source = qpxtest::ReadMaskedSource(*receiver);
+  if (receiver != nullptr) source = qpxtest::ReadMaskedSource(*receiver, host.config());
   const ExpectedResult expected =
       qpxtest::ExpectedScaleImageAndMask(source ? &*source : nullptr, host.config(), call);
   RunPictureCall(host, receiver, "ScaleImageAndMaskQPX",
