@@ -22,11 +22,6 @@ uint8_t GuardByte(size_t offset) {
   return static_cast<uint8_t>(0xA5 ^ (offset * 0x3B));
 }
 
-bool GuardBytesWanted() {
-  const Host* host = Host::Current();
-  return host != nullptr && host->config().guardBytes;
-}
-
 uint8_t Premultiply(uint8_t c, uint8_t a) {
   return static_cast<uint8_t>((c * a + 127) / 255);
 }
@@ -52,14 +47,14 @@ void PixelMemory::Allocate(size_t bytes) {
 }
 
 HostPicture::HostPicture(PictureStorage storage, int32_t width, int32_t height, int32_t depth,
-                         bool hasAlpha, int32_t layout, int32_t rowPadding)
+                         bool hasAlpha, int32_t layout, int32_t rowPadding, bool guardBytes)
     : HostObject("Picture"),
       storage(storage),
       depth(depth),
       hasAlpha(hasAlpha),
       layout(storage == PictureStorage::Console ? 8 : layout),
       rowPadding(rowPadding),
-      guardBytes(GuardBytesWanted()) {
+      guardBytes(guardBytes) {
   Allocate(width, height);
 }
 

@@ -53,9 +53,9 @@ class PixelMemory {
 class HostPicture : public HostObject {
  public:
   // `layout`: 1 to 6 for bitmap storage (ignored for console storage). `rowPadding`: extra
-  // bytes after each bitmap row. Guard bytes are laid out when the booted host asks for them.
+  // bytes after each bitmap row. `guardBytes`: lay out guard bytes around the rows.
   HostPicture(PictureStorage storage, int32_t width, int32_t height, int32_t depth, bool hasAlpha,
-              int32_t layout, int32_t rowPadding);
+              int32_t layout, int32_t rowPadding, bool guardBytes);
   ~HostPicture() override;
   // (Re)allocates the pixels for a new size, all zero.
   void Allocate(int32_t width, int32_t height);

@@ -270,8 +270,9 @@ HostPicture* NewHostPicture(Host& host, int32_t width, int32_t height,
       config.app == AppKind::Desktop ? PictureStorage::Bitmap : PictureStorage::Console;
   const int32_t layout =
       options.layout.value_or(options.hasAlpha ? config.desktopAlphaLayout : config.desktopLayout);
-  HostPicture* picture = host.Adopt(std::make_unique<HostPicture>(
-      storage, width, height, options.depth, options.hasAlpha, layout, config.rowPadding));
+  HostPicture* picture = host.Adopt(
+      std::make_unique<HostPicture>(storage, width, height, options.depth, options.hasAlpha, layout,
+                                    config.rowPadding, config.guardBytes));
   picture->lockable = options.lockable;
   return picture;
 }
