@@ -6,6 +6,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "int_conversion.h"
 #include "resampling_modes.h"
 
 namespace qpx {
@@ -22,13 +23,6 @@ std::string ValueText(const qpxhost::Value& value, const std::string& picture) {
   if (const auto* integer = std::get_if<int32_t>(&value)) return std::to_string(*integer);
   if (const auto* boolean = std::get_if<bool>(&value)) return *boolean ? "True" : "False";
   return std::get<qpxhost::HostObject*>(value) == nullptr ? "Nil" : picture;
-}
-
-// The whole part of a double argument, as the module converts it: NaN and values outside the
-// 32-bit range give the smallest integer.
-int32_t WholePart(double value) {
-  if (!(value > -2147483649.0 && value < 2147483648.0)) return INT32_MIN;
-  return static_cast<int32_t>(value);
 }
 
 // Argument `index` of the call when it holds a T, else `fallback`.
@@ -55,7 +49,8 @@ struct Receiver {
 
 // Blur: a vertical and a horizontal pass over every row, with one yield before and one after.
 int64_t BlurYields(const MethodCall& call, const Receiver& receiver) {
-  if (WholePart(NumberArgument(call, 0)) < 1) return 0;  // the receiver comes back as it is
+  // The radius's whole part as the module takes it.
+  if (TruncateToInt32(NumberArgument(call, 0)) < 1) return 0;  // the receiver comes back as it is
   if (!IsPictureSize(receiver.width, receiver.height)) return 0;
   return 2 * int64_t{receiver.height} + 2;
 }

@@ -22,6 +22,13 @@ uint8_t GuardByte(size_t offset) {
   return static_cast<uint8_t>(0xA5 ^ (offset * 0x3B));
 }
 
+// A block's size, worked out in 64 bits: where size_t has 32 bits, a picture the size test
+// allows can need more bytes (padding, gaps, guards) than the address space holds.
+size_t BlockBytes(uint64_t bytes) {
+  if (bytes > SIZE_MAX) throw std::bad_alloc();
+  return static_cast<size_t>(bytes);
+}
+
 uint8_t Premultiply(uint8_t c, uint8_t a) {
   return static_cast<uint8_t>((c * a + 127) / 255);
 }
@@ -69,9 +76,9 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
   const size_t w = static_cast<size_t>(width), h = static_cast<size_t>(height);
   if (storage == PictureStorage::Bitmap) {
     rowBytes = width * 4 + rowPadding;
-    const size_t bytes = static_cast<size_t>(rowBytes) * h;
+    const size_t bytes = BlockBytes(uint64_t{static_cast<uint32_t>(rowBytes)} * h);
     guardMargin_ = guardBytes && bytes > 0 ? kGuardMargin : 0;
-    bitmap.Allocate(bytes + 2 * guardMargin_);
+    bitmap.Allocate(BlockBytes(uint64_t{bytes} + 2 * guardMargin_));
     if (guardBytes) FillGuardBytes();
     context = {bytes > 0 ? bitmap.data() + guardMargin_ : nullptr,
                static_cast<size_t>(depth),
@@ -84,7 +91,7 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
   rowBytes = width * 4;
   const size_t stride = w * 4 + kConsoleRowGap;
   guardMargin_ = guardBytes && h > 0 ? kGuardMargin : 0;
-  consoleBlock.Allocate(stride * h + 2 * guardMargin_);
+  consoleBlock.Allocate(BlockBytes(uint64_t{stride} * h + 2 * guardMargin_));
   rowTable.assign(h, nullptr);
   for (size_t y = 0; y < h; ++y) {
     rowTable[y] = consoleBlock.data() + guardMargin_ + (h - 1 - y) * stride;

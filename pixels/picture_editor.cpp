@@ -14,8 +14,9 @@ using ConstructorFn = void (*)(REALobject, int32_t, int32_t);
 // The module's own guard against a host handing out pixels it cannot walk: every size must
 // fit 32 bits and a bitmap row must hold its pixels. Such a picture does not open.
 bool BitmapContextIsConsistent(const BitmapContextInfo& info) {
+  // The row test divides: 4 * width would wrap where size_t has 32 bits.
   return info.width <= INT32_MAX && info.height <= INT32_MAX && info.bytesPerRow <= INT32_MAX &&
-         info.bytesPerRow >= 4 * info.width;
+         info.bytesPerRow / 4 >= info.width;
 }
 // A console record must agree with its description, and its rows of 4-byte pixels must have a
 // byte count that fits 32 bits.

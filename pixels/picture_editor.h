@@ -30,7 +30,8 @@ class PictureEditor {
   uint8_t* RowAddress(int32_t y) const {
     if (y >= height) return baseAddress;
     if (pixelFormat == kPixelFormatConsole) return rowTable[y];
-    return baseAddress + static_cast<intptr_t>(y) * rowBytes;
+    // In 64 bits: a block of more than 2 GiB can be had in a 32-bit process.
+    return baseAddress + static_cast<int64_t>(y) * rowBytes;
   }
   // Moves `cursor` to the start of the next row (after the last row: row 0).
   void NextRow() {

@@ -13,6 +13,7 @@ constexpr int kNear = 2;      // index of w2 in a weight group
 constexpr int kFar = 1;       // index of w1
 
 // --- Plain loops ------------------------------------------------------------------------------
+// `v` is never NaN: bytes times the finite weights of fractions in (-1, 1), plus 0.5.
 uint8_t ToByte(float v) {
   if (v <= 0.0f) return 0;
   if (v >= 255.0f) return 255;
