@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in build-bench and prints, in CPU time, BlurQPX's times next to a plain
-# copy of the same pixels, OpenCV's cv::blur and Pillow's BoxBlur; ScaleQPX's next to OpenCV's,
-# libvips's and Pillow's resizing and to the copy floors of the same jobs; and ScalingQPX's seven
-# modes next to Pillow's and libvips's resizes with the same kernels; and DrawPictureFQPX's
+# copy of the same pixels, the new picture it returns, OpenCV's cv::blur and Pillow's BoxBlur;
+# ScaleQPX's next to OpenCV's, libvips's and Pillow's resizing and to the copy floors of the same
+# jobs; and ScalingQPX's seven modes next to Pillow's and libvips's resizes with the same kernels; and DrawPictureFQPX's
 # next to cairo drawing the same pictures and to a copy of the receiver's bytes; and
 # ScaleImageAndMaskQPX's next to Pillow resizing RGBA images and to ScaleQPX on the picture and
 # on its mask plus the copy of the resized mask into the result's. ScalingQPX, DrawPictureFQPX
