@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Builds the benchmarks in build-bench and prints, in CPU time, BlurQPX's times next to a plain
-# copy of the same pixels, the new picture it returns, OpenCV's cv::blur and Pillow's BoxBlur;
-# ScaleQPX's next to OpenCV's, libvips's and Pillow's resizing and to the copy floors of the same
-# jobs; and ScalingQPX's seven modes next to Pillow's and libvips's resizes with the same kernels; and DrawPictureFQPX's
-# next to cairo drawing the same pictures and to a copy of the receiver's bytes; and
-# ScaleImageAndMaskQPX's next to Pillow resizing RGBA images and to ScaleQPX on the picture and
-# on its mask plus the copy of the resized mask into the result's. ScalingQPX, DrawPictureFQPX
-# and ScaleImageAndMaskQPX (with the ScaleQPX calls it is held against) run on the normal module
-# and on one built with plain loops only (in build-bench-plain). Exits 1 when a case failed (a
-# method returning nil or false, a leak), after printing what it has.
+# Builds the benchmarks in build-bench and prints, in CPU time, BlurQPX's times next to a plain copy
+# of the same pixels, the new picture it returns, OpenCV's cv::blur and Pillow's BoxBlur; ScaleQPX's
+# next to OpenCV's, libvips's and Pillow's resizing and to the copy floors of the same jobs; and
+# ScalingQPX's seven modes next to Pillow's and libvips's resizes with the same kernels; and
+# DrawPictureFQPX's next to cairo drawing the same pictures and to a copy of the receiver's bytes;
+# and ScaleImageAndMaskQPX's next to Pillow resizing RGBA images and to ScaleQPX on the picture and
+# on its mask plus the copy of the resized mask into the result's. ScalingQPX, DrawPictureFQPX and
+# ScaleImageAndMaskQPX (with the ScaleQPX calls it is held against) run on the normal module and on
+# one built with plain loops only (in build-bench-plain). Exits 1 when a case failed (a method
+# returning nil or false, a leak), after printing what it has.
 # Tuning through the environment:
 #   QPX_BENCH_MIN_TIME    seconds each case runs at least, per repetition (default 1)
 #   QPX_BENCH_SCALING_MIN_TIME
