@@ -167,8 +167,8 @@ void FuzzBlur(FuzzInput& input, Host& host) {
   HostPicture* receiver = ReadReceiver(input, host, {});
   const double radius = input.Radius();
   const int32_t yield = input.Yield();
-  // Whole radii from 1001 to 1048574 are left out: their division table (up to 2 GB) and the
-  // reference's window sums cost seconds a call. Larger ones fail the table's size test.
+  // Whole radii from 1001 to 1048574 are left out: the reference's window sums of 2r + 1 reads
+  // a pixel cost seconds a call. Larger ones fail the table's size test.
   const int32_t r = qpxtest::ReferenceWholeRadius(radius);
   if (r > 1000 && r < 1048575) return qpxfuzz::ReleaseAll(host, {receiver});
   CaseLog() += "BlurQPX(" + Exact(radius) + ", " + std::to_string(yield) + ")\n";
