@@ -2,7 +2,7 @@
 // comparison has the strictness it has always had, and the constants are the doubles given.
 #include "filter_kernels.h"
 
-#include <cmath>
+#include "correctly_rounded_sin.h"
 
 namespace {
 
@@ -10,10 +10,11 @@ constexpr double kPi = 3.141592653589793;
 
 }  // namespace
 
+// The sine is correctly rounded, so the weights are the same on every processor.
 double Sinc(double t) {
   if (t == 0.0) return 1.0;
   const double y = t * kPi;
-  return std::sin(y) / y;
+  return CorrectlyRoundedSin(y) / y;
 }
 
 std::optional<double> TriangleKernel(double x) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "correctly_rounded_sin.h"
 #include "random_pictures.h"
 
 namespace qpxtest {
@@ -98,7 +99,7 @@ std::optional<ScalingMode> ReferenceScalingMode(int32_t mode) {
 double ReferenceSinc(double t) {
   if (t == 0.0) return 1.0;
   const double y = t * kPi;
-  return std::sin(y) / y;
+  return CorrectlyRoundedSin(y) / y;
 }
 
 std::optional<double> ReferenceKernel(int32_t mode, double x) {
