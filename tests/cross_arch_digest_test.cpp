@@ -34,7 +34,7 @@ namespace {
 
 using namespace qpxtest::method_test_names;
 using qpxtest::Fill;
-using qpxtest::PictureSpec;
+using qpxtest::SeededRecipe;
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kInfinity = std::numeric_limits<double>::infinity();
@@ -114,20 +114,20 @@ class CallList {
   uint64_t next_ = 0;
 };
 
-PictureSpec Spec(int32_t width, int32_t height, Fill fill, bool hasAlpha = false,
-                 std::optional<int32_t> layout = {}) {
-  PictureSpec spec;
-  spec.width = width;
-  spec.height = height;
-  spec.fill = fill;
-  spec.hasAlpha = hasAlpha;
-  spec.layout = layout;
-  return spec;
+SeededRecipe Recipe(int32_t width, int32_t height, Fill fill, bool hasAlpha = false,
+                    std::optional<int32_t> layout = {}) {
+  SeededRecipe recipe;
+  recipe.width = width;
+  recipe.height = height;
+  recipe.fill = fill;
+  recipe.hasAlpha = hasAlpha;
+  recipe.layout = layout;
+  return recipe;
 }
 
 // The receiver, filled from the call's seed.
-qpxhost::HostPicture* Receiver(Host& host, const PictureSpec& spec, uint64_t seed) {
-  return qpxtest::SeededPicture(host, spec, 4 * seed);
+qpxhost::HostPicture* Receiver(Host& host, const SeededRecipe& recipe, uint64_t seed) {
+  return qpxtest::SeededPicture(host, recipe, 4 * seed);
 }
 
 // --- Resizing: ScaleQPX, ScalingQPX, ScaleImageAndMaskQPX --------------------------------------
@@ -161,17 +161,17 @@ std::vector<Resize> Resizes() {
 
 // The receiver of resize k: every fill in turn, an alpha channel now and then, and in desktop
 // hosts now and then a layout other than the host's.
-PictureSpec ResizeSource(const Resize& r, size_t k) {
+SeededRecipe ResizeSource(const Resize& r, size_t k) {
   const bool alpha = k % 5 == 2;
   std::optional<int32_t> layout;
   if (k % 4 == 3) layout = int32_t(1 + (k / 4) % (alpha ? 2 : 6));
-  return Spec(
+  return Recipe(
       r.sourceWidth, r.sourceHeight,
       std::array{Fill::Noise, Fill::Ramp, Fill::Extremes, Fill::Noise, Fill::Uniform}[k % 5], alpha,
       layout);
 }
 
-std::string ResizePictures(const PictureSpec& source, const Resize& r) {
+std::string ResizePictures(const SeededRecipe& source, const Resize& r) {
   return source.Name() + "->" + std::to_string(r.width) + "x" + std::to_string(r.height);
 }
 
@@ -180,7 +180,7 @@ void AddScaleCalls(CallList& calls, const std::vector<Resize>& resizes) {
     for (bool antiAlias : {false, true}) {
       const int32_t yield = (k + antiAlias) % 2 ? kYieldEveryCall : 0;
       const Resize r = resizes[k];
-      const PictureSpec source = ResizeSource(r, k);
+      const SeededRecipe source = ResizeSource(r, k);
       calls.Add("ScaleQPX", (antiAlias ? "aa" : "box") + YieldTag(yield), ResizePictures(source, r),
                 3, [=](Host& host, uint64_t seed) {
                   return qpxtest::DigestPictureCall(host, Receiver(host, source, seed), "ScaleQPX",
@@ -198,7 +198,7 @@ void AddScalingCalls(CallList& calls, const std::vector<Resize>& resizes) {
     for (int32_t mode : modes) {
       const int32_t yield = (k + size_t(mode)) % 2 ? kYieldEveryCall : 0;
       const Resize r = resizes[k];
-      const PictureSpec source = ResizeSource(r, k);
+      const SeededRecipe source = ResizeSource(r, k);
       calls.Add("ScalingQPX", "mode" + std::to_string(mode) + YieldTag(yield),
                 ResizePictures(source, r), 2, [=](Host& host, uint64_t seed) {
                   return qpxtest::DigestPictureCall(host, Receiver(host, source, seed),
@@ -235,7 +235,7 @@ void AddScaleImageAndMaskCalls(CallList& calls, const std::vector<Resize>& resiz
       for (bool antiAlias : {false, true}) {
         const int32_t yield = (k + antiAlias) % 2 ? 0 : kYieldEveryCall;
         const Resize r = resizes[k];
-        PictureSpec source = ResizeSource(r, k);
+        SeededRecipe source = ResizeSource(r, k);
         if (kind == MaskKind::AlphaChannel) source.hasAlpha = true;
         if (source.hasAlpha && source.layout) source.layout = 1 + *source.layout % 2;
         calls.Add("ScaleImageAndMaskQPX",
@@ -260,17 +260,18 @@ void AddBlurCalls(CallList& calls) {
   const double radii[] = {0.99,  0.0, -5.0, kNaN,   kInfinity,    -kInfinity,
                           1e300, 3e9, -3e9, 1.0,    1.99,         2.0,
                           3.5,   7.0, 40.0, 1000.0, 2147483647.5, 1073741823.5};
-  const PictureSpec sizes[] = {Spec(1, 1, Fill::Noise),    Spec(1, 9, Fill::Ramp),
-                               Spec(9, 1, Fill::Extremes), Spec(3, 3, Fill::Noise, true),
-                               Spec(17, 5, Fill::Uniform), Spec(33, 31, Fill::Ramp),
-                               Spec(64, 64, Fill::Noise),  Spec(69, 2, Fill::Extremes, false, 4)};
+  const SeededRecipe sizes[] = {
+      Recipe(1, 1, Fill::Noise),    Recipe(1, 9, Fill::Ramp),
+      Recipe(9, 1, Fill::Extremes), Recipe(3, 3, Fill::Noise, true),
+      Recipe(17, 5, Fill::Uniform), Recipe(33, 31, Fill::Ramp),
+      Recipe(64, 64, Fill::Noise),  Recipe(69, 2, Fill::Extremes, false, 4)};
   size_t i = 0;
   for (double radius : radii) {
-    for (const PictureSpec& spec : sizes) {
+    for (const SeededRecipe& recipe : sizes) {
       const int32_t yield = i++ % 2 ? kYieldEveryCall : 0;
-      calls.Add("BlurQPX", "r=" + Number(radius) + YieldTag(yield), spec.Name(), 2,
+      calls.Add("BlurQPX", "r=" + Number(radius) + YieldTag(yield), recipe.Name(), 2,
                 [=](Host& host, uint64_t seed) {
-                  return qpxtest::DigestPictureCall(host, Receiver(host, spec, seed), "BlurQPX",
+                  return qpxtest::DigestPictureCall(host, Receiver(host, recipe, seed), "BlurQPX",
                                                     {radius, yield});
                 });
     }
@@ -325,16 +326,16 @@ void AddDrawCalls(CallList& calls) {
                                   {-2147483648.5, 0}};
   const double alphas[] = {1.0, 0.0, 0.5, 0.25, 2.0, -0.5, 0.999, kNaN, kInfinity, 1e-300};
   struct Sizes {
-    PictureSpec destination, picture;
+    SeededRecipe destination, picture;
   };
   const Sizes sizes[] = {
-      {Spec(1, 1, Fill::Noise), Spec(1, 1, Fill::Noise)},
-      {Spec(7, 5, Fill::Ramp), Spec(3, 2, Fill::Noise)},
-      {Spec(20, 10, Fill::Noise), Spec(7, 4, Fill::Ramp, false, 3)},
-      {Spec(33, 17, Fill::Extremes), Spec(40, 20, Fill::Noise, true)},
-      {Spec(64, 3, Fill::Noise), Spec(5, 9, Fill::Extremes)},
-      {Spec(3, 64, Fill::Uniform, false, 2), Spec(9, 5, Fill::Noise)},
-      {Spec(69, 8, Fill::Noise), Spec(69, 8, Fill::Ramp)},
+      {Recipe(1, 1, Fill::Noise), Recipe(1, 1, Fill::Noise)},
+      {Recipe(7, 5, Fill::Ramp), Recipe(3, 2, Fill::Noise)},
+      {Recipe(20, 10, Fill::Noise), Recipe(7, 4, Fill::Ramp, false, 3)},
+      {Recipe(33, 17, Fill::Extremes), Recipe(40, 20, Fill::Noise, true)},
+      {Recipe(64, 3, Fill::Noise), Recipe(5, 9, Fill::Extremes)},
+      {Recipe(3, 64, Fill::Uniform, false, 2), Recipe(9, 5, Fill::Noise)},
+      {Recipe(69, 8, Fill::Noise), Recipe(69, 8, Fill::Ramp)},
   };
   size_t i = 0;
   for (double alpha : alphas) {
@@ -355,8 +356,8 @@ void AddDrawCalls(CallList& calls) {
   // Large overlaps, where the drawing may take integer weights, with and without a mask.
   for (DrawMask mask : {DrawMask::None, DrawMask::Random}) {
     for (double alpha : {1.0, 0.75}) {
-      const PictureSpec destination = Spec(300, 256, Fill::Noise),
-                        picture = Spec(290, 250, Fill::Ramp);
+      const SeededRecipe destination = Recipe(300, 256, Fill::Noise),
+                         picture = Recipe(290, 250, Fill::Ramp);
       const Placement at{3.25, 2.5};
       calls.Add("DrawPictureFQPX", DrawArguments(at, alpha, DrawMaskTag(mask), 0),
                 destination.Name() + "<-" + picture.Name(), 2, [=](Host& host, uint64_t seed) {
@@ -368,31 +369,31 @@ void AddDrawCalls(CallList& calls) {
     }
   }
   // A picture drawn into itself, a picture whose mask is the destination, nil arguments.
-  const PictureSpec spec = Spec(13, 7, Fill::Noise);
+  const SeededRecipe recipe = Recipe(13, 7, Fill::Noise);
   for (Placement at : {Placement{1.5, -0.25}, Placement{-2, 3}}) {
     calls.Add("DrawPictureFQPX", DrawArguments(at, 0.75, "self", kYieldEveryCall),
-              spec.Name() + "<-itself", 4, [=](Host& host, uint64_t seed) {
-                qpxhost::HostPicture* picture = Receiver(host, spec, seed);
+              recipe.Name() + "<-itself", 4, [=](Host& host, uint64_t seed) {
+                qpxhost::HostPicture* picture = Receiver(host, recipe, seed);
                 return qpxtest::DigestDrawCall(host, picture, picture, at.x, at.y, 0.75,
                                                kYieldEveryCall);
               });
     calls.Add("DrawPictureFQPX", DrawArguments(at, 1.0, "mask-is-destination", 0),
-              spec.Name() + "<-" + spec.Name(), 4, [=](Host& host, uint64_t seed) {
-                qpxhost::HostPicture* destination = Receiver(host, spec, seed);
-                qpxhost::HostPicture* picture = qpxtest::SeededPicture(host, spec, 4 * seed + 2);
+              recipe.Name() + "<-" + recipe.Name(), 4, [=](Host& host, uint64_t seed) {
+                qpxhost::HostPicture* destination = Receiver(host, recipe, seed);
+                qpxhost::HostPicture* picture = qpxtest::SeededPicture(host, recipe, 4 * seed + 2);
                 picture->mask = destination;
                 host.Lock(destination);  // the picture's reference
                 return qpxtest::DigestDrawCall(host, destination, picture, at.x, at.y, 1.0, 0);
               });
   }
-  calls.Add("DrawPictureFQPX", DrawArguments({1, 1}, 1.0, "nil-picture", 0), spec.Name() + "<-nil",
-            2, [=](Host& host, uint64_t seed) {
-              return qpxtest::DigestDrawCall(host, Receiver(host, spec, seed), nullptr, 1, 1, 1.0,
+  calls.Add("DrawPictureFQPX", DrawArguments({1, 1}, 1.0, "nil-picture", 0),
+            recipe.Name() + "<-nil", 2, [=](Host& host, uint64_t seed) {
+              return qpxtest::DigestDrawCall(host, Receiver(host, recipe, seed), nullptr, 1, 1, 1.0,
                                              0);
             });
   calls.Add("DrawPictureFQPX", DrawArguments({1, 1}, 1.0, "nil-destination", 0),
-            "nil<-" + spec.Name(), 2, [=](Host& host, uint64_t seed) {
-              return qpxtest::DigestDrawCall(host, nullptr, Receiver(host, spec, seed), 1, 1, 1.0,
+            "nil<-" + recipe.Name(), 2, [=](Host& host, uint64_t seed) {
+              return qpxtest::DigestDrawCall(host, nullptr, Receiver(host, recipe, seed), 1, 1, 1.0,
                                              0);
             });
 }

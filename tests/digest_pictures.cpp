@@ -4,7 +4,7 @@
 
 namespace qpxtest {
 
-std::string PictureSpec::Name() const {
+std::string SeededRecipe::Name() const {
   std::string name = std::to_string(width) + "x" + std::to_string(height) + static_cast<char>(fill);
   if (hasAlpha) name += "a";
   if (layout) name += ":l" + std::to_string(*layout);
@@ -44,13 +44,15 @@ void FillPicture(qpxhost::HostPicture& picture, Fill fill, uint64_t seed) {
   }
 }
 
-qpxhost::HostPicture* SeededPicture(qpxhost::Host& host, const PictureSpec& spec, uint64_t seed) {
+qpxhost::HostPicture* SeededPicture(qpxhost::Host& host, const SeededRecipe& recipe,
+                                    uint64_t seed) {
   qpxhost::PictureOptions options;
-  options.hasAlpha = spec.hasAlpha;
-  if (host.config().app == qpxhost::AppKind::Desktop) options.layout = spec.layout;
-  options.lockable = spec.lockable;
-  qpxhost::HostPicture* picture = qpxhost::NewHostPicture(host, spec.width, spec.height, options);
-  FillPicture(*picture, spec.fill, seed);
+  options.hasAlpha = recipe.hasAlpha;
+  if (host.config().app == qpxhost::AppKind::Desktop) options.layout = recipe.layout;
+  options.lockable = recipe.lockable;
+  qpxhost::HostPicture* picture =
+      qpxhost::NewHostPicture(host, recipe.width, recipe.height, options);
+  FillPicture(*picture, recipe.fill, seed);
   return picture;
 }
 

@@ -36,7 +36,7 @@ enum class Fill : char {
   Uniform = 'u',   // one pixel everywhere
 };
 
-struct PictureSpec {
+struct SeededRecipe {
   int32_t width = 1;
   int32_t height = 1;
   Fill fill = Fill::Noise;
@@ -51,6 +51,6 @@ struct PictureSpec {
 void FillPicture(qpxhost::HostPicture& picture, Fill fill, uint64_t seed);
 // The picture in the booted host, filled from `seed`, carrying one reference (the caller's).
 // A layout is used only in a desktop host.
-qpxhost::HostPicture* SeededPicture(qpxhost::Host& host, const PictureSpec& spec, uint64_t seed);
+qpxhost::HostPicture* SeededPicture(qpxhost::Host& host, const SeededRecipe& recipe, uint64_t seed);
 
 }  // namespace qpxtest
