@@ -174,9 +174,9 @@ struct Vector128 {
     const WideDwords product = __builtin_convertvector(D(v), WideDwords) * uint64_t{multiplier};
     return reinterpret_cast<V>(__builtin_convertvector(product >> shift, Dwords));
   }
-  template <int A, int B, int C, int D>
+  template <int A, int B, int C, int E>
   static V Shuffle32(V v) {
-    return reinterpret_cast<V>(__builtin_shufflevector(D(v), D(v), A, B, C, D));
+    return reinterpret_cast<V>(__builtin_shufflevector(D(v), D(v), A, B, C, E));
   }
 
   static void Transpose(V* v) {

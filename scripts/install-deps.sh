@@ -10,9 +10,10 @@ packages=(cmake make g++ pkg-config binutils libgtest-dev libgmock-dev libffi-de
 # The fuzz targets: clang, and libclang_rt.fuzzer (libclang-rt-dev, for Debian 12's clang 14).
 [ "${QPX_WITH_FUZZ:-0}" = 1 ] && packages+=(clang libclang-rt-dev)
 # 32-bit x86 programs run natively through the amd64 packages of the 32-bit C and C++ runtimes
-# (gcc-multilib would conflict with the aarch64 cross compiler); ARM64 ones run under qemu.
+# (gcc-multilib would conflict with the aarch64 cross compiler), libquadmath among them for the
+# sine test's reference; ARM64 ones run under qemu.
 case "${QPX_CROSS:-}" in
-  i386) packages+=(g++-i686-linux-gnu libc6-i386 lib32stdc++6 lib32gcc-s1) ;;
+  i386) packages+=(g++-i686-linux-gnu libc6-i386 lib32stdc++6 lib32gcc-s1 lib32quadmath0) ;;
   arm64) packages+=(g++-aarch64-linux-gnu qemu-user) ;;
   "") ;;
   *) echo "QPX_CROSS must be i386 or arm64" >&2; exit 2 ;;
