@@ -24,8 +24,8 @@ void RunInfo(const HostOptions& options) {
   } else {
     std::printf("interface version: not reported\n");
   }
-  if (host.registeredClasses.empty()) std::printf("no class registered\n");
-  for (const qpxhost::RegisteredClass& registered : host.registeredClasses) {
+  if (host.registeredClasses().empty()) std::printf("no class registered\n");
+  for (const qpxhost::RegisteredClass& registered : host.registeredClasses()) {
     std::printf("class %s: version word %ld, flags 0x%08lx, %zu methods\n", registered.name.c_str(),
                 static_cast<long>(registered.version), static_cast<unsigned long>(registered.flags),
                 registered.methods.size());

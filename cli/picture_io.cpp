@@ -118,11 +118,10 @@ const std::map<std::string, YieldCounter>& YieldCounters() {
   return counters;
 }
 
-const qpxhost::RegisteredMethod& FindPictureMethod(const qpxhost::Host& host,
-                                                   const MethodCall& call) {
-  const qpxhost::RegisteredMethod* method = host.FindMethod("Picture", call.method);
-  if (method == nullptr) throw std::runtime_error("the module has no method " + call.method);
-  return *method;
+qpxhost::RegisteredMethod FindPictureMethod(const qpxhost::Host& host, const MethodCall& call) {
+  std::optional<qpxhost::RegisteredMethod> method = host.FindMethod("Picture", call.method);
+  if (!method) throw std::runtime_error("the module has no method " + call.method);
+  return *std::move(method);
 }
 
 // The arguments for the host: the call's own, declared defaults up to the last parameter, which

@@ -1,8 +1,10 @@
 #include "host.h"
 
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 
+#include "host_picture.h"
 #include "plugin_module.h"
 #include "services.h"
 
@@ -68,9 +70,12 @@ void* Host::Resolve(const char* serviceName) {
   if (host == nullptr || serviceName == nullptr) return nullptr;
   const std::string name(serviceName);
   ++host->lookups_[name];
-  if (host->Lacks(name)) return nullptr;
-  if (name == "REALGetRBVersion" && !host->config_.version) return nullptr;
-  return FindService(name);
+  void* service = nullptr;
+  if (!host->Lacks(name) && (name != "REALGetRBVersion" || host->config_.version)) {
+    service = FindService(name);
+  }
+  host->log.Add({HostCall::Kind::Lookup, name, {}, service ? "found" : "missing", {}});
+  return service;
 }
 
 void Host::SetUnavailable(const std::string& name, bool unavailable) {
@@ -110,14 +115,86 @@ void Host::Unlock(HostObject* object) {
 
 void Host::Destroy(HostObject* object) {
   auto node = objects_.extract(object);
+  if (const auto* picture = dynamic_cast<const HostPicture*>(object)) {
+    if (picture->lockCount > 0) {
+      ReportProblem("picture " + ObjectName(picture) + " destroyed with its description locked");
+    }
+  }
+  destroyed_[object] = object->serial();
   for (HostObject* held : node.mapped().object->HeldReferences()) Unlock(held);
 }
 
 HostObject* Host::Find(const void* reference, const char* service) {
   auto it = objects_.find(const_cast<void*>(reference));
   if (it != objects_.end()) return it->second.object.get();
-  ReportProblem(std::string(service) + ": not a live host object");
+  auto gone = destroyed_.find(reference);
+  if (gone != destroyed_.end()) {
+    ReportProblem(std::string(service) + ": object " + ObjectName(gone->second) +
+                  " was already destroyed");
+  } else {
+    ReportProblem(std::string(service) + ": not a live host object");
+  }
   return nullptr;
+}
+
+std::vector<HostObject*> Host::LiveObjects() const {
+  std::vector<HostObject*> live;
+  for (const auto& [address, entry] : objects_) live.push_back(entry.object.get());
+  return live;
+}
+
+HostObject* Host::FindSerial(uint64_t serial) const {
+  for (const auto& [address, entry] : objects_) {
+    if (entry.object->serial() == serial) return entry.object.get();
+  }
+  return nullptr;
+}
+
+uint64_t Host::SerialOf(const void* reference) const {
+  auto it = objects_.find(const_cast<void*>(reference));
+  if (it != objects_.end()) return it->second.object->serial();
+  auto gone = destroyed_.find(reference);
+  return gone == destroyed_.end() ? 0 : gone->second;
+}
+
+std::string Host::NameOf(const void* reference) const {
+  if (reference == nullptr) return "nil";
+  if (objects_.count(const_cast<void*>(reference)) != 0) return ObjectName(SerialOf(reference));
+  auto gone = destroyed_.find(reference);
+  if (gone != destroyed_.end()) return ObjectName(gone->second) + " (destroyed)";
+  char text[32];
+  std::snprintf(text, sizeof text, "%p", reference);
+  return text;
+}
+
+void Host::ReportProblem(std::string problem) {
+  problems_.push_back(std::move(problem));
+}
+
+std::vector<std::string> Host::TakeProblems() {
+  std::vector<std::string> taken;
+  taken.swap(problems_);
+  return taken;
+}
+
+size_t Host::LogCall(HostCall::Kind kind, std::string name, std::vector<const void*> objects,
+                     std::vector<std::string> more) {
+  HostCall call{kind, std::move(name), {}, {}, {}};
+  for (const void* object : objects) {
+    call.arguments.push_back(NameOf(object));
+    call.objects.push_back(SerialOf(object));
+  }
+  for (std::string& text : more) call.arguments.push_back(std::move(text));
+  log.Add(std::move(call));
+  return log.size() - 1;
+}
+
+void Host::SetResult(size_t index, std::string result) {
+  log.At(index).result = std::move(result);
+}
+
+void Host::SetResult(size_t index, const void* object) {
+  log.At(index).result = NameOf(object);
 }
 
 int Host::RefCount(const void* object) const {
@@ -125,15 +202,23 @@ int Host::RefCount(const void* object) const {
   return it == objects_.end() ? 0 : it->second.refs;
 }
 
-const RegisteredMethod* Host::FindMethod(const std::string& className,
-                                         const std::string& name) const {
-  for (const RegisteredClass& registered : registeredClasses) {
+std::vector<RegisteredClass> Host::registeredClasses() const {
+  std::vector<RegisteredClass> classes;
+  for (const REALclassDefinition* record : registeredRecords_) {
+    classes.push_back(DecodeClassDefinition(*record));
+  }
+  return classes;
+}
+
+std::optional<RegisteredMethod> Host::FindMethod(const std::string& className,
+                                                 const std::string& name) const {
+  for (const RegisteredClass& registered : registeredClasses()) {
     if (registered.name != className) continue;
     for (const RegisteredMethod& method : registered.methods) {
-      if (method.declaration.name == name) return &method;
+      if (method.declaration.name == name) return method;
     }
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 }  // namespace qpxhost

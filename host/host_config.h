@@ -8,6 +8,20 @@
 
 namespace qpxhost {
 
+// How a faulty host answers for one picture. A real host should never do these; the emulated one
+// does on request, so that tests can see a module refuse such answers without touching memory
+// outside the pictures it was given.
+struct PictureFaults {
+  // A description lock succeeds but reports the other picture type (10 when 8 was asked, 8 when
+  // 10 was): the data it hands out is not what the module asked for.
+  bool lockReportsOtherType = false;
+  // A description lock succeeds with null picture data.
+  bool lockReportsNullData = false;
+  // The bitmap context reports this alpha info instead of the picture's layout: 0 or 7 (no
+  // layout at all), or a layout with bits above the low three set (0x2005: byte-order bits).
+  std::optional<uint32_t> alphaInfo;
+};
+
 // The kind of application the host runs; it decides which application class exists and how
 // pictures store their pixels.
 enum class AppKind { Desktop, Console, Web };
@@ -29,6 +43,18 @@ struct HostConfig {
   // that a write outside the pixels shows (HostPicture::GuardBytesIntact); a picture whose
   // guard bytes changed reports a problem when it is destroyed.
   bool guardBytes = false;
+
+  // --- Faulty answers (none by default) ------------------------------------------------------
+  // Faults of the pictures the host makes when a module asks ("newPicture", "Picture" through
+  // "PluginNewInstance", masks made by "REALGetPictureMask" and "CopyMask"). Pictures that a test
+  // makes itself take theirs from PictureOptions.
+  PictureFaults newPictureFaults;
+  // Pictures made by "newPicture" and by the picture constructor come out this many pixels
+  // wider and taller than asked (at least 0 x 0).
+  int32_t newPictureSizeChange = 0;
+  // The bytes of a new picture's pixels, for pictures a module asks for: a value no method
+  // writes (such as 0x5A) shows which rows a method has written so far. Unset: zero.
+  std::optional<uint8_t> newPixelFill;
 };
 
 // A platform makes all its bitmap contexts in one byte order: the alpha or skipped byte last

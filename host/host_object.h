@@ -16,11 +16,15 @@ class HostObject {
   HostObject& operator=(const HostObject&) = delete;
 
   const std::string& className() const { return className_; }
+  // The host's serial number for the object, 1 for the first it made; how the call log names it.
+  uint64_t serial() const { return serial_; }
+  void SetSerial(uint64_t serial) { serial_ = serial; }
   // Objects this one holds a reference to; the host releases them when this one dies.
   virtual std::vector<HostObject*> HeldReferences() const { return {}; }
 
  private:
   std::string className_;
+  uint64_t serial_ = 0;
 };
 
 // A host string: bytes with an encoding code.

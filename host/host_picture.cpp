@@ -104,6 +104,12 @@ void HostPicture::Allocate(int32_t newWidth, int32_t newHeight) {
   record[kConsoleRecordRowTableSlot] = reinterpret_cast<uintptr_t>(rowTable.data());
 }
 
+void HostPicture::FillPixels(uint8_t value) {
+  for (int32_t y = 0; y < height; ++y) {
+    std::memset(Row(y), value, 4 * static_cast<size_t>(width));
+  }
+}
+
 uint8_t* HostPicture::Row(int32_t y) {
   if (storage == PictureStorage::Console) return rowTable[static_cast<size_t>(y)];
   return bitmap.data() + guardMargin_ + static_cast<size_t>(y) * static_cast<size_t>(rowBytes);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "REALplugin.h"
+#include "host_config.h"
 #include "host_object.h"
 
 namespace qpxhost {
@@ -59,6 +60,8 @@ class HostPicture : public HostObject {
   ~HostPicture() override;
   // (Re)allocates the pixels for a new size, all zero.
   void Allocate(int32_t width, int32_t height);
+  // Sets every byte of every row's pixels to `value` (guard bytes stay as they are).
+  void FillPixels(uint8_t value);
 
   // Address of row y (0 <= y < height).
   uint8_t* Row(int32_t y);
@@ -91,6 +94,8 @@ class HostPicture : public HostObject {
   // False for a picture without pixels of its own to hand out (as the host's vector
   // pictures): its description never locks, though drawing it still renders it.
   bool lockable = true;
+  // How this picture's description and bitmap context answer when they are faulty.
+  PictureFaults faults;
   // One reference held. Its size may differ from the picture's: the mask setter keeps what it
   // is given, as the real host leaves that case to itself.
   HostPicture* mask = nullptr;

@@ -3,6 +3,7 @@
 // 32-bit signed value, boolean as one byte, double as a 64-bit float).
 #include <ffi.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 #include "host.h"
@@ -75,11 +76,21 @@ void Store(Slot& slot, const Parameter& parameter, const Value& value, const std
   }
 }
 
+// An argument as the call log shows it.
+std::string ArgumentText(const Host& host, const Value& value) {
+  if (const auto* object = std::get_if<HostObject*>(&value)) return host.NameOf(*object);
+  if (const auto* integer = std::get_if<int32_t>(&value)) return std::to_string(*integer);
+  if (const auto* boolean = std::get_if<bool>(&value)) return *boolean ? "True" : "False";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.17g", std::get<double>(value));
+  return text;
+}
+
 }  // namespace
 
 CallResult Host::Call(const std::string& name, HostObject* self, std::vector<Value> arguments) {
-  const RegisteredMethod* method = FindMethod("Picture", name);
-  if (method == nullptr) throw std::invalid_argument("no registered method '" + name + "'");
+  const std::optional<RegisteredMethod> method = FindMethod("Picture", name);
+  if (!method) throw std::invalid_argument("no registered method '" + name + "'");
   const Declaration& declaration = method->declaration;
   const size_t count = declaration.parameters.size();
   if (arguments.size() > count) throw std::invalid_argument(name + ": too many arguments");
@@ -117,17 +128,24 @@ CallResult Host::Call(const std::string& name, HostObject* self, std::vector<Val
     void* pointer;
     double number;
   } result{};
+  std::vector<std::string> shown;
+  for (const Value& argument : arguments) shown.push_back(ArgumentText(*this, argument));
+  LogCall(HostCall::Kind::Host, "call " + name, {self}, std::move(shown));
   ffi_call(&cif, method->function, &result, values.data());
 
   CallResult out;
+  std::string returned;
   if (declaration.result == ValueType::Picture) {
     out.picture = static_cast<HostObject*>(result.pointer);
     if (out.picture != nullptr && !IsLive(out.picture)) {
       ReportProblem(name + ": returned a picture that is not a live host object");
     }
+    returned = NameOf(out.picture);
   } else if (declaration.result == ValueType::Boolean) {
     out.boolean = static_cast<uint8_t>(result.integer) != 0;
+    returned = out.boolean ? "True" : "False";
   }
+  SetResult(LogCall(HostCall::Kind::Host, "return " + name, {}), std::move(returned));
   return out;
 }
 

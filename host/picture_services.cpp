@@ -7,6 +7,7 @@
 #include <map>
 
 #include "host.h"
+#include "services.h"
 
 namespace qpxhost {
 namespace {
@@ -40,14 +41,40 @@ bool SizeAllowed(int32_t width, int32_t height) {
          int64_t{width} * 4 + H().config().rowPadding <= INT32_MAX;
 }
 
+std::string Number(int64_t value) {
+  return std::to_string(value);
+}
+
+// A picture the host makes because a module asked: the faults, size change and fill the host
+// was configured with.
+HostPicture* MadeForModule(HostPicture* picture) {
+  const HostConfig& config = H().config();
+  picture->faults = config.newPictureFaults;
+  if (config.newPixelFill) picture->FillPixels(*config.newPixelFill);
+  return picture;
+}
+
+// The size a faulty host makes instead of the one asked for.
+int32_t Changed(int32_t side) {
+  const int32_t change = H().config().newPictureSizeChange;
+  if (change == 0) return side;
+  const int64_t changed = int64_t{side} + change;
+  return changed < 0 ? 0 : changed > INT32_MAX ? INT32_MAX : static_cast<int32_t>(changed);
+}
+
 REALpicture NewPicture(int32_t width, int32_t height, int32_t depth) {
+  const size_t at = LogService("newPicture", {}, {Number(width), Number(height), Number(depth)});
+  width = Changed(width);
+  height = Changed(height);
   if (!SizeAllowed(width, height)) return nullptr;
   PictureOptions options;
   options.depth = depth;
-  return Ref(NewHostPicture(H(), width, height, options));
+  HostPicture* picture = MadeForModule(NewHostPicture(H(), width, height, options));
+  LogResult(at, picture);
+  return Ref(picture);
 }
 
-bool GetPropInt(REALobject object, const char* name, int32_t* value) {
+bool ReadInt(REALobject object, const char* name, int32_t* value) {
   HostPicture* picture = AsPicture(object, "REALGetPropValueInt");
   if (picture == nullptr || name == nullptr || value == nullptr) return false;
   if (std::strcmp(name, "Width") == 0) {
@@ -60,43 +87,84 @@ bool GetPropInt(REALobject object, const char* name, int32_t* value) {
   return true;
 }
 
+bool GetPropInt(REALobject object, const char* name, int32_t* value) {
+  const size_t at = LogService("REALGetPropValueInt", {object}, {Quoted(name)});
+  const bool read = ReadInt(object, name, value);
+  if (read) {
+    H().SetResult(at, Number(*value));
+  } else {
+    LogResult(at, false);
+  }
+  return read;
+}
+
 bool GetPropBool(REALobject object, const char* name, uint8_t* value) {
+  const size_t at = LogService("REALGetPropValueBool", {object}, {Quoted(name)});
   HostPicture* picture = AsPicture(object, "REALGetPropValueBool");
-  if (picture == nullptr || name == nullptr || value == nullptr) return false;
-  if (std::strcmp(name, "HasAlphaChannel") != 0) return false;
+  if (picture == nullptr || name == nullptr || value == nullptr ||
+      std::strcmp(name, "HasAlphaChannel") != 0) {
+    LogResult(at, false);
+    return false;
+  }
   *value = picture->hasAlpha ? 1 : 0;
+  H().SetResult(at, picture->hasAlpha ? "True" : "False");
   return true;
+}
+
+// The description a sound host hands out for `type`, or false when the picture does not lock
+// as that type.
+bool Describe(HostPicture& picture, uint32_t type, REALpictureDescription* out) {
+  if (!picture.lockable || picture.width < 1 || picture.height < 1) return false;
+  if (type == kPictureTypeBitmapContext && picture.storage == PictureStorage::Bitmap) {
+    picture.context.alphaInfo =
+        picture.faults.alphaInfo.value_or(static_cast<uint32_t>(picture.layout));
+    *out = {kPictureTypeBitmapContext, &picture.context, picture.width, picture.height};
+    return true;
+  }
+  if (type == kPictureTypeConsole && picture.storage == PictureStorage::Console &&
+      picture.depth == 32) {
+    *out = {kPictureTypeConsole, picture.record.data(), picture.width, picture.height};
+    return true;
+  }
+  return false;
 }
 
 bool LockDescription(REALpicture reference, REALpictureDescription* out, uint32_t type) {
+  const size_t at = LogService("REALLockPictureDescription", {reference}, {Number(type)});
   HostPicture* picture = AsPicture(reference, "REALLockPictureDescription");
-  if (picture == nullptr || out == nullptr || !picture->lockable || picture->width < 1 ||
-      picture->height < 1) {
+  if (picture == nullptr || out == nullptr || !Describe(*picture, type, out)) {
+    LogResult(at, false);
     return false;
   }
-  if (type == kPictureTypeBitmapContext && picture->storage == PictureStorage::Bitmap) {
-    *out = {kPictureTypeBitmapContext, &picture->context, picture->width, picture->height};
-  } else if (type == kPictureTypeConsole && picture->storage == PictureStorage::Console &&
-             picture->depth == 32) {
-    *out = {kPictureTypeConsole, picture->record.data(), picture->width, picture->height};
-  } else {
-    return false;
+  if (picture->faults.lockReportsOtherType) {
+    out->pictureType =
+        type == kPictureTypeBitmapContext ? kPictureTypeConsole : kPictureTypeBitmapContext;
   }
+  if (picture->faults.lockReportsNullData) out->pictureData = nullptr;
   ++picture->lockCount;
+  LogResult(at, true);
   return true;
 }
 
+// An unlock without a lock is how hosts older than 2012.0 are called after a failed lock; from
+// 2012.0 on it is misuse.
 void UnlockDescription(REALpicture reference) {
+  LogService("unlockPictureDescription", {reference});
   HostPicture* picture = AsPicture(reference, "unlockPictureDescription");
   if (picture == nullptr) return;
   if (picture->lockCount > 0) {
     --picture->lockCount;
-  } else {
-    ++picture->unmatchedUnlocks;
+    return;
+  }
+  ++picture->unmatchedUnlocks;
+  if (H().config().version.value_or(0.0) >= 2012.0) {
+    H().ReportProblem("unlockPictureDescription(" + H().NameOf(reference) +
+                      "): its description is not locked");
   }
 }
 
 void ClearCache(REALpicture reference) {
+  LogService("REALPictureClearCache", {reference});
   if (HostPicture* picture = AsPicture(reference, "REALPictureClearCache")) {
     ++picture->clearCacheCount;
   }
@@ -104,26 +172,42 @@ void ClearCache(REALpicture reference) {
 
 // Graphics exist for desktop pictures only.
 REALgraphics GetGraphics(REALpicture reference) {
+  const size_t at = LogService("pluginPictureGraphicsGetter", {reference});
   HostPicture* picture = AsPicture(reference, "pluginPictureGraphicsGetter");
   if (picture == nullptr || picture->storage != PictureStorage::Bitmap) return nullptr;
   H().Lock(picture);
-  return reinterpret_cast<REALgraphics>(H().Adopt(std::make_unique<HostGraphics>(picture)));
+  auto* graphics = H().Adopt(std::make_unique<HostGraphics>(picture));
+  LogResult(at, graphics);
+  return reinterpret_cast<REALgraphics>(static_cast<HostObject*>(graphics));
 }
 
 // The picture's mask with one reference for the caller; made (all opaque) on request.
 REALpicture GetMask(REALpicture reference, bool create) {
+  const size_t at = LogService("REALGetPictureMask", {reference}, {create ? "1" : "0"});
   HostPicture* picture = AsPicture(reference, "REALGetPictureMask");
   if (picture == nullptr) return nullptr;
   if (picture->mask == nullptr) {
     if (!create) return nullptr;
-    picture->mask = NewHostMask(H(), *picture);  // the picture's reference
+    picture->mask = MadeForModule(NewHostMask(H(), *picture));  // the picture's reference
   }
   H().Lock(picture->mask);
+  LogResult(at, picture->mask);
   return Ref(picture->mask);
 }
 
-REALpicture BuildPictureFromBuffer(int32_t width, int32_t height, RBPixelType, void* buffer,
+REALpicture BuildFromBuffer(int32_t width, int32_t height, void* buffer, int32_t rowBytes);
+
+REALpicture BuildPictureFromBuffer(int32_t width, int32_t height, RBPixelType type, void* buffer,
                                    int32_t rowBytes) {
+  const size_t at = LogService(
+      "REALBuildPictureFromBuffer", {},
+      {Number(width), Number(height), Number(type), buffer ? "buffer" : "nil", Number(rowBytes)});
+  REALpicture built = BuildFromBuffer(width, height, buffer, rowBytes);
+  LogResult(at, built);
+  return built;
+}
+
+REALpicture BuildFromBuffer(int32_t width, int32_t height, void* buffer, int32_t rowBytes) {
   if (buffer == nullptr || width < 1 || height < 1 || rowBytes < width * 4 ||
       !SizeAllowed(width, height)) {
     return nullptr;
@@ -187,6 +271,10 @@ bool CopyOpaqueRows(HostPicture& target, HostPicture& source, int32_t x, int32_t
 // rest of the source. Colour and alpha are copied, not blended.
 void DrawPicture(REALgraphics graphicsRef, REALpicture sourceRef, int32_t x, int32_t y, int32_t w,
                  int32_t h, int32_t sx, int32_t sy, int32_t sw, int32_t sh) {
+  LogService(
+      "Graphics.DrawPicture", {graphicsRef, sourceRef},
+      {Number(x), Number(y), Number(w), Number(h), Number(sx), Number(sy), Number(sw), Number(sh)},
+      HostCall::Kind::Method);
   auto* graphics = dynamic_cast<HostGraphics*>(H().Find(graphicsRef, "Graphics.DrawPicture"));
   HostPicture* source = AsPicture(sourceRef, "Graphics.DrawPicture");
   if (graphics == nullptr || source == nullptr || w <= 0 || h <= 0) return;
@@ -208,25 +296,41 @@ void DrawPicture(REALgraphics graphicsRef, REALpicture sourceRef, int32_t x, int
 }
 
 void Constructor(REALobject reference, int32_t width, int32_t height) {
+  LogService("Picture.Constructor", {reference}, {Number(width), Number(height)},
+             HostCall::Kind::Method);
   HostPicture* picture = AsPicture(reference, "Picture.Constructor");
-  if (picture != nullptr && SizeAllowed(width, height)) picture->Allocate(width, height);
+  width = Changed(width);
+  height = Changed(height);
+  if (picture != nullptr && SizeAllowed(width, height)) {
+    picture->Allocate(width, height);
+    MadeForModule(picture);
+  }
 }
 
 // A copy of the mask: the picture's own mask, at that mask's size (which the setter lets differ
 // from the picture's), or one the picture's size made from its alpha channel (255 - alpha). Nil
 // when the picture has neither.
+REALpicture MaskCopy(REALpicture reference);
+
 REALpicture CopyMask(REALpicture reference) {
+  const size_t at = LogService("Picture.CopyMask", {reference}, {}, HostCall::Kind::Method);
+  REALpicture copy = MaskCopy(reference);
+  LogResult(at, copy);
+  return copy;
+}
+
+REALpicture MaskCopy(REALpicture reference) {
   HostPicture* picture = AsPicture(reference, "Picture.CopyMask");
   if (picture == nullptr) return nullptr;
   if (const HostPicture* mask = picture->mask) {
-    HostPicture* copy = NewHostMask(H(), *mask);
+    HostPicture* copy = MadeForModule(NewHostMask(H(), *mask));
     for (int32_t y = 0; y < mask->height; ++y) {
       for (int32_t x = 0; x < mask->width; ++x) copy->Set(x, y, mask->Get(x, y));
     }
     return Ref(copy);
   }
   if (!picture->hasAlpha) return nullptr;
-  HostPicture* copy = NewHostMask(H(), *picture);
+  HostPicture* copy = MadeForModule(NewHostMask(H(), *picture));
   for (int32_t y = 0; y < picture->height; ++y) {
     for (int32_t x = 0; x < picture->width; ++x) {
       const auto v = static_cast<uint8_t>(255 - picture->Get(x, y).a);
@@ -239,6 +343,7 @@ REALpicture CopyMask(REALpicture reference) {
 // Keeps `mask` as it is given, whatever its size; the module and qpx read a mask of another
 // size within its own bounds.
 void SetMask(REALpicture reference, REALpicture maskRef) {
+  LogService("Picture.Mask", {reference, maskRef}, {}, HostCall::Kind::Method);
   HostPicture* picture = AsPicture(reference, "Picture.Mask");
   HostPicture* mask = AsPicture(maskRef, "Picture.Mask");
   if (picture == nullptr) return;
@@ -247,7 +352,16 @@ void SetMask(REALpicture reference, REALpicture maskRef) {
   picture->mask = mask;
 }
 
+void* ObjectMethod(REALobject reference, const char* declaration);
+
 void* LoadObjectMethod(REALobject reference, const char* declaration) {
+  const size_t at = LogService("REALLoadObjectMethod", {reference}, {Quoted(declaration)});
+  void* method = ObjectMethod(reference, declaration);
+  LogResult(at, method != nullptr);
+  return method;
+}
+
+void* ObjectMethod(REALobject reference, const char* declaration) {
   if (reference == nullptr || declaration == nullptr || H().Lacks(declaration)) return nullptr;
   HostObject* object = H().Find(reference, "REALLoadObjectMethod");
   const std::string wanted(declaration);
@@ -274,6 +388,7 @@ HostPicture* NewHostPicture(Host& host, int32_t width, int32_t height,
       std::make_unique<HostPicture>(storage, width, height, options.depth, options.hasAlpha, layout,
                                     config.rowPadding, config.guardBytes));
   picture->lockable = options.lockable;
+  picture->faults = options.faults;
   return picture;
 }
 
@@ -287,7 +402,27 @@ HostObject* NewPictureInstance(Host& host, const std::string& className) {
   if (className != "Picture") return nullptr;
   PictureOptions options;
   options.hasAlpha = true;
+  options.faults = host.config().newPictureFaults;
   return NewHostPicture(host, 0, 0, options);
+}
+
+// The bitmap context's functions: logged, and reported as misuse unless the context is that of
+// a live picture whose description is locked.
+BitmapContext& LockedContext(void* context, const char* function) {
+  Host& host = *Host::Current();
+  const HostPicture* owner = nullptr;
+  for (HostObject* object : host.LiveObjects()) {
+    auto* picture = dynamic_cast<HostPicture*>(object);
+    if (picture != nullptr && static_cast<void*>(&picture->context) == context) owner = picture;
+  }
+  host.LogCall(HostCall::Kind::Service, function, {owner});
+  if (owner == nullptr) {
+    host.ReportProblem(std::string(function) + ": not the bitmap context of a live picture");
+  } else if (owner->lockCount == 0) {
+    host.ReportProblem(std::string(function) + "(" + ObjectName(owner) +
+                       "): its description is not locked");
+  }
+  return *static_cast<BitmapContext*>(context);
 }
 
 void* FindPictureService(const std::string& serviceName) {
@@ -312,21 +447,21 @@ void* FindPictureService(const std::string& serviceName) {
 // The platform's bitmap-context functions, which modules find by name in the host process.
 extern "C" {
 __attribute__((visibility("default"))) void* CGBitmapContextGetData(void* c) {
-  return static_cast<qpxhost::BitmapContext*>(c)->data;
+  return qpxhost::LockedContext(c, "CGBitmapContextGetData").data;
 }
 __attribute__((visibility("default"))) size_t CGBitmapContextGetBitsPerPixel(void* c) {
-  return static_cast<qpxhost::BitmapContext*>(c)->bitsPerPixel;
+  return qpxhost::LockedContext(c, "CGBitmapContextGetBitsPerPixel").bitsPerPixel;
 }
 __attribute__((visibility("default"))) size_t CGBitmapContextGetWidth(void* c) {
-  return static_cast<qpxhost::BitmapContext*>(c)->width;
+  return qpxhost::LockedContext(c, "CGBitmapContextGetWidth").width;
 }
 __attribute__((visibility("default"))) size_t CGBitmapContextGetHeight(void* c) {
-  return static_cast<qpxhost::BitmapContext*>(c)->height;
+  return qpxhost::LockedContext(c, "CGBitmapContextGetHeight").height;
 }
 __attribute__((visibility("default"))) size_t CGBitmapContextGetBytesPerRow(void* c) {
-  return static_cast<qpxhost::BitmapContext*>(c)->bytesPerRow;
+  return qpxhost::LockedContext(c, "CGBitmapContextGetBytesPerRow").bytesPerRow;
 }
 __attribute__((visibility("default"))) uint32_t CGBitmapContextGetAlphaInfo(void* c) {
-  return static_cast<qpxhost::BitmapContext*>(c)->alphaInfo;
+  return qpxhost::LockedContext(c, "CGBitmapContextGetAlphaInfo").alphaInfo;
 }
 }

@@ -16,6 +16,7 @@ struct PictureOptions {
   int32_t depth = 32;
   std::optional<int32_t> layout;  // default: the host's layout for pictures of that kind
   bool lockable = true;
+  PictureFaults faults;
 };
 
 // A new picture in the booted host's storage, carrying one reference (the caller's).
@@ -31,6 +32,10 @@ void* FindPictureService(const std::string& serviceName);
 // "Picture" through "PluginNewInstance": a picture with alpha channel, 0 x 0 until its
 // constructor runs. Null for any other class.
 HostObject* NewPictureInstance(Host& host, const std::string& className);
+
+// The context of a live picture with its description locked, for the bitmap-context functions;
+// logs the call as `function` and reports misuse.
+BitmapContext& LockedContext(void* context, const char* function);
 
 // A graphics object draws into its picture.
 class HostGraphics : public HostObject {

@@ -2,6 +2,7 @@
 // Each runs against the booted host.
 #include "services.h"
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 
@@ -15,19 +16,28 @@ Host& H() {
   return *Host::Current();
 }
 
+REALclassRef ClassRef(const char* className);
+
 void LockObject(REALobject object) {
+  LogService("REALLockObject", {object});
   if (object == nullptr) return;
   if (HostObject* found = H().Find(object, "REALLockObject")) H().Lock(found);
 }
 
 void UnlockObject(REALobject object) {
+  LogService("REALUnlockObject", {object});
   if (object == nullptr) return;
   if (HostObject* found = H().Find(object, "REALUnlockObject")) H().Unlock(found);
 }
 
 REALstring BuildString(const char* text, int32_t length) {
+  const size_t at =
+      LogService("REALBuildString", {},
+                 {text == nullptr || length < 0 ? "nil" : '"' + std::string(text, length) + '"',
+                  std::to_string(length)});
   if (text == nullptr || length < 0) return nullptr;
   auto* string = H().Adopt(std::make_unique<HostString>(std::string(text, length)));
+  LogResult(at, string);
   return reinterpret_cast<REALstring>(static_cast<HostObject*>(string));
 }
 
@@ -39,14 +49,19 @@ HostString* AsString(const void* reference, const char* service) {
 }
 
 void SetStringEncoding(REALstring string, uint32_t encoding) {
+  char code[16];
+  std::snprintf(code, sizeof code, "0x%04X", encoding);
+  LogService("REALSetStringEncoding", {string}, {code});
   if (HostString* found = AsString(string, "REALSetStringEncoding")) found->encoding = encoding;
 }
 
 void UnlockString(REALstring string) {
+  LogService("REALUnlockString", {string});
   if (HostString* found = AsString(string, "REALUnlockString")) H().Unlock(found);
 }
 
 REALobject NewInstance(const char* className) {
+  const size_t at = LogService("PluginNewInstance", {}, {Quoted(className)});
   if (className == nullptr || H().Lacks(className)) return nullptr;
   const std::string name(className);
   HostObject* made = nullptr;
@@ -55,10 +70,12 @@ REALobject NewInstance(const char* className) {
   } else {
     made = NewPictureInstance(H(), name);
   }
+  LogResult(at, made);
   return reinterpret_cast<REALobject>(made);
 }
 
 bool SetPropValueString(REALobject object, const char* propName, REALstring value) {
+  LogService("REALSetPropValueString", {object, value}, {Quoted(propName)});
   auto* exception = dynamic_cast<HostException*>(H().Find(object, "REALSetPropValueString"));
   if (exception == nullptr || propName == nullptr || std::strcmp(propName, "Message") != 0) {
     return false;
@@ -75,6 +92,7 @@ bool SetPropValueString(REALobject object, const char* propName, REALstring valu
 }
 
 void RaiseException(REALobject object) {
+  LogService("RuntimeRaiseException", {object});
   auto* exception = dynamic_cast<HostException*>(H().Find(object, "RuntimeRaiseException"));
   if (exception == nullptr) return;
   RaisedException raised{exception->className(), std::nullopt, 0};
@@ -86,6 +104,7 @@ void RaiseException(REALobject object) {
 }
 
 void YieldToRB() {
+  LogService("REALYieldToRB", {});
   Host& host = H();
   ++host.yieldCount;
   if (host.onYield) host.onYield();
@@ -93,6 +112,13 @@ void YieldToRB() {
 
 // Class references are stable addresses, one per class the application has.
 REALclassRef GetClassRef(const char* className) {
+  const size_t at = LogService("pluginObjectType", {}, {Quoted(className)});
+  const REALclassRef found = ClassRef(className);
+  LogResult(at, found != nullptr);
+  return found;
+}
+
+REALclassRef ClassRef(const char* className) {
   static const std::map<std::string, int> classes = {
       {"Application", 0}, {"ConsoleApplication", 1}, {"WebApplication", 2},
       {"Picture", 3},     {"NilObjectException", 4}, {"RuntimeException", 5}};
@@ -110,19 +136,49 @@ REALclassRef GetClassRef(const char* className) {
 }
 
 double GetRBVersion() {
-  return H().config().version.value_or(0.0);
+  const double version = H().config().version.value_or(0.0);
+  LogNumber(LogService("REALGetRBVersion", {}), version);
+  return version;
 }
 
 void RegisterPluginVersion(int32_t version) {
+  LogService("RegisterPluginVersion", {}, {std::to_string(version)});
   H().reportedInterfaceVersion = version;
 }
 
+// The host keeps the record itself, not a copy: it reads the module's record and tables
+// whenever it looks a method up, for the life of the process.
 void RegisterClassExtension(REALclassDefinition* definition) {
-  if (definition == nullptr) return;
-  H().registeredClasses.push_back(DecodeClassDefinition(*definition));
+  char address[32];
+  std::snprintf(address, sizeof address, "%p", static_cast<void*>(definition));
+  LogService("PluginRegisterClassExtension", {}, {address});
+  if (definition != nullptr) H().Register(definition);
 }
 
 }  // namespace
+
+std::string Quoted(const char* text) {
+  return text == nullptr ? "nil" : '"' + std::string(text) + '"';
+}
+
+size_t LogService(const char* name, std::vector<const void*> objects, std::vector<std::string> more,
+                  HostCall::Kind kind) {
+  return H().LogCall(kind, name, std::move(objects), std::move(more));
+}
+
+void LogResult(size_t index, bool result) {
+  H().SetResult(index, result ? "true" : "false");
+}
+
+void LogResult(size_t index, const void* object) {
+  H().SetResult(index, object);
+}
+
+void LogNumber(size_t index, double result) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.17g", result);
+  H().SetResult(index, text);
+}
 
 void* FindService(const std::string& serviceName) {
   static const std::map<std::string, void*> services = {

@@ -122,6 +122,10 @@ TEST_F(HostTest, DescriptionsLockByKind) {
   unlock(Ref(picture));
   EXPECT_EQ(picture->lockCount, 0);
   EXPECT_EQ(picture->unmatchedUnlocks, 1);
+  // From 2012.0 on, an unlock without a lock is misuse.
+  EXPECT_THAT(
+      host.TakeProblems(),
+      ::testing::ElementsAre("unlockPictureDescription(#1): its description is not locked"));
   host.Unlock(picture);
 }
 

@@ -129,6 +129,11 @@ TEST_P(AlphaLayout, OpensOnlyPremultiplied) {
     }
     EXPECT_EQ(picture->lockCount, (layout == 1 || layout == 2) ? 0 : 1);
     env.host.Unlock(picture);
+    // The host sees the picture go with its description locked.
+    if (layout != 1 && layout != 2) {
+      EXPECT_THAT(env.host.TakeProblems(),
+                  ::testing::ElementsAre("picture #1 destroyed with its description locked"));
+    }
   });
 }
 

@@ -45,8 +45,8 @@ TEST_P(InterfaceVersion, ReportedAndWrittenIntoTheRecord) {
   auto& host = Boot(Version(GetParam().hostVersion));
   ASSERT_TRUE(host.reportedInterfaceVersion.has_value());
   EXPECT_EQ(*host.reportedInterfaceVersion, GetParam().interfaceVersion);
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  const auto& registered = host.registeredClasses[0];
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  const auto registered = host.registeredClasses().at(0);
   EXPECT_EQ(registered.version, GetParam().interfaceVersion);
   EXPECT_EQ(registered.name, "Picture");
   // Every layout, older rows included, carries the five methods exactly as declared.
@@ -61,29 +61,32 @@ INSTANTIATE_TEST_SUITE_P(Thresholds, InterfaceVersion,
 
 TEST_F(HostTest, FlagRuleAppliesFrom2010_029) {
   auto& host = Boot(Version(2010.029));
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  EXPECT_EQ(host.registeredClasses[0].flags, 0x4);
-  for (const auto& method : host.registeredClasses[0].methods) EXPECT_EQ(method.flags, 0x4);
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  EXPECT_EQ(host.registeredClasses()[0].flags, 0x4);
+  for (const auto& method : qpxhost::RegisteredClass(host.registeredClasses().at(0)).methods)
+    EXPECT_EQ(method.flags, 0x4);
 }
 
 TEST_F(HostTest, OlderHostsOnlyLoseTheFlagBits) {
   auto& host = Boot(Version(2010.028));
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  EXPECT_EQ(host.registeredClasses[0].flags, 0x0);
-  for (const auto& method : host.registeredClasses[0].methods) EXPECT_EQ(method.flags, 0x0);
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  EXPECT_EQ(host.registeredClasses()[0].flags, 0x0);
+  for (const auto& method : qpxhost::RegisteredClass(host.registeredClasses().at(0)).methods)
+    EXPECT_EQ(method.flags, 0x0);
 }
 
 TEST_F(HostTest, CurrentHostGetsFlag4) {
   auto& host = Boot(Version(2013.03));
-  EXPECT_EQ(host.registeredClasses.at(0).flags, 0x4);
-  for (const auto& method : host.registeredClasses[0].methods) EXPECT_EQ(method.flags, 0x4);
+  EXPECT_EQ(host.registeredClasses().at(0).flags, 0x4);
+  for (const auto& method : qpxhost::RegisteredClass(host.registeredClasses().at(0)).methods)
+    EXPECT_EQ(method.flags, 0x4);
 }
 
 TEST_F(HostTest, HostWithoutVersionServiceGetsOlderRows) {
   auto& host = Boot(Version(std::nullopt));
   EXPECT_EQ(host.reportedInterfaceVersion, 9);
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  const auto& registered = host.registeredClasses[0];
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  const auto registered = host.registeredClasses().at(0);
   EXPECT_EQ(registered.version, 9);
   EXPECT_EQ(Declarations(registered), kDeclarations);
   EXPECT_EQ(registered.flags, 0x0);
@@ -103,7 +106,7 @@ TEST_F(HostTest, MissingRegistrationServiceLeavesTheClassUnregistered) {
   config.unavailable = {"PluginRegisterClassExtension"};
   auto& host = Boot(config);
   EXPECT_EQ(host.reportedInterfaceVersion, 12);
-  EXPECT_TRUE(host.registeredClasses.empty());
+  EXPECT_TRUE(host.registeredClasses().empty());
   EXPECT_EQ(host.LookupCount("PluginRegisterClassExtension"), 1);
 }
 
@@ -112,7 +115,7 @@ TEST_F(HostTest, MissingRegistrationServiceOnOlderHostIsSilentToo) {
   config.unavailable = {"PluginRegisterClassExtension"};
   auto& host = Boot(config);
   EXPECT_EQ(host.reportedInterfaceVersion, 9);
-  EXPECT_TRUE(host.registeredClasses.empty());
+  EXPECT_TRUE(host.registeredClasses().empty());
 }
 
 TEST_F(HostTest, MissingVersionReportServiceStillRegisters) {
@@ -120,8 +123,8 @@ TEST_F(HostTest, MissingVersionReportServiceStillRegisters) {
   config.unavailable = {"RegisterPluginVersion"};
   auto& host = Boot(config);
   EXPECT_FALSE(host.reportedInterfaceVersion.has_value());
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  EXPECT_EQ(host.registeredClasses[0].version, 12);
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  EXPECT_EQ(host.registeredClasses()[0].version, 12);
 }
 
 TEST_F(HostTest, EachLoadStartsWithFreshModuleState) {
@@ -129,24 +132,24 @@ TEST_F(HostTest, EachLoadStartsWithFreshModuleState) {
   {
     qpxhost::Host first(Version(2011.0));
     first.LoadPlugin(QPX_PLUGIN_PATH);
-    EXPECT_EQ(first.registeredClasses.at(0).version, 9);
+    EXPECT_EQ(first.registeredClasses().at(0).version, 9);
   }
   auto& host = Boot(Version(2013.03));
-  EXPECT_EQ(host.registeredClasses.at(0).version, 12);
-  EXPECT_EQ(host.registeredClasses.at(0).methods.at(0).flags, 0x4);
+  EXPECT_EQ(host.registeredClasses().at(0).version, 12);
+  EXPECT_EQ(host.registeredClasses().at(0).methods.at(0).flags, 0x4);
 }
 
 TEST_F(HostTest, DeclarationsParseIntoTheCallSignatures) {
   auto& host = Boot();
-  const auto* blur = host.FindMethod("Picture", "BlurQPX");
-  ASSERT_NE(blur, nullptr);
+  const auto blur = host.FindMethod("Picture", "BlurQPX");
+  ASSERT_TRUE(blur);
   using qpxhost::ValueType;
   ASSERT_EQ(blur->declaration.parameters.size(), 2u);
   EXPECT_EQ(blur->declaration.parameters[0].type, ValueType::Double);
   EXPECT_EQ(blur->declaration.parameters[1].type, ValueType::Integer);
   EXPECT_EQ(blur->declaration.result, ValueType::Picture);
-  const auto* draw = host.FindMethod("Picture", "DrawPictureFQPX");
-  ASSERT_NE(draw, nullptr);
+  const auto draw = host.FindMethod("Picture", "DrawPictureFQPX");
+  ASSERT_TRUE(draw);
   EXPECT_EQ(draw->declaration.result, ValueType::Boolean);
   EXPECT_EQ(std::get<double>(*draw->declaration.parameters[3].defaultValue), 1.0);
 }

@@ -190,8 +190,8 @@ TEST(RegisterClassRecord, OlderLayoutConvertsEveryTable) {
   EXPECT_EQ(olderConstants[2].reserved2, 8);
 
   // The host read the record through the older rows.
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  const auto& registered = host.registeredClasses[0];
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  const auto registered = host.registeredClasses().at(0);
   EXPECT_EQ(registered.version, 9);
   ASSERT_EQ(registered.methods.size(), 2u);
   EXPECT_EQ(registered.methods[0].declarationText, "A(x as integer) as picture");
@@ -218,9 +218,9 @@ TEST(RegisterClassRecord, CurrentLayoutRegistersTheRecordAsItIs) {
   RegisterClassRecord(&record, 11);
   EXPECT_EQ(record.version, 11);
   EXPECT_EQ(record.methods, methods);
-  ASSERT_EQ(host.registeredClasses.size(), 1u);
-  EXPECT_EQ(host.registeredClasses[0].version, 11);
-  EXPECT_EQ(host.registeredClasses[0].methods.at(0).function, Fn1);
+  ASSERT_EQ(host.registeredClasses().size(), 1u);
+  EXPECT_EQ(host.registeredClasses().at(0).version, 11);
+  EXPECT_EQ(host.registeredClasses().at(0).methods.at(0).function, Fn1);
 }
 
 }  // namespace
