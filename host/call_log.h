@@ -28,6 +28,8 @@ struct HostCall {
   std::string result;  // empty for calls without a result
   // Serial numbers of the objects among the arguments, in order (0 for nil).
   std::vector<uint64_t> objects;
+  // Serial number of the object the call returned (0: none, or nil).
+  uint64_t resultObject = 0;
 
   // "name(arg, arg) -> result".
   std::string ToString() const;
@@ -39,7 +41,12 @@ std::string ObjectName(uint64_t serial);
 
 class CallLog {
  public:
-  void Add(HostCall call) { calls_.push_back(std::move(call)); }
+  // A host that runs for long (a benchmark, a batch) may keep no log.
+  void Enable(bool enabled) { enabled_ = enabled; }
+  bool enabled() const { return enabled_; }
+  void Add(HostCall call) {
+    if (enabled_) calls_.push_back(std::move(call));
+  }
   const std::vector<HostCall>& calls() const { return calls_; }
   HostCall& At(size_t index) { return calls_.at(index); }
   size_t size() const { return calls_.size(); }
@@ -55,6 +62,7 @@ class CallLog {
 
  private:
   std::vector<HostCall> calls_;
+  bool enabled_ = true;
 };
 
 std::ostream& operator<<(std::ostream& out, const HostCall& call);

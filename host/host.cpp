@@ -179,6 +179,7 @@ std::vector<std::string> Host::TakeProblems() {
 
 size_t Host::LogCall(HostCall::Kind kind, std::string name, std::vector<const void*> objects,
                      std::vector<std::string> more) {
+  if (!log.enabled()) return kNotLogged;
   HostCall call{kind, std::move(name), {}, {}, {}};
   for (const void* object : objects) {
     call.arguments.push_back(NameOf(object));
@@ -190,11 +191,13 @@ size_t Host::LogCall(HostCall::Kind kind, std::string name, std::vector<const vo
 }
 
 void Host::SetResult(size_t index, std::string result) {
-  log.At(index).result = std::move(result);
+  if (index != kNotLogged) log.At(index).result = std::move(result);
 }
 
-void Host::SetResult(size_t index, const void* object) {
+void Host::SetResultObject(size_t index, const void* object) {
+  if (index == kNotLogged) return;
   log.At(index).result = NameOf(object);
+  log.At(index).resultObject = SerialOf(object);
 }
 
 int Host::RefCount(const void* object) const {

@@ -106,11 +106,12 @@ class Host {
   // --- The call log --------------------------------------------------------------------------
   CallLog log;
   // Adds a call of a service or loaded method to the log, its objects named; returns its index
-  // for SetResult.
+  // for SetResult (kNotLogged while the log is off).
+  static constexpr size_t kNotLogged = SIZE_MAX;
   size_t LogCall(HostCall::Kind kind, std::string name, std::vector<const void*> objects,
                  std::vector<std::string> more = {});
   void SetResult(size_t index, std::string result);
-  void SetResult(size_t index, const void* object);
+  void SetResultObject(size_t index, const void* object);
 
   // --- What modules did -------------------------------------------------------------------
   int LookupCount(const std::string& serviceName) const;

@@ -171,7 +171,7 @@ void LogResult(size_t index, bool result) {
 }
 
 void LogResult(size_t index, const void* object) {
-  H().SetResult(index, object);
+  H().SetResultObject(index, object);
 }
 
 void LogNumber(size_t index, double result) {
