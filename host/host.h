@@ -68,6 +68,10 @@ class Host {
   // real host, this one keeps the record it was given and reads it on every use.
   std::vector<RegisteredClass> registeredClasses() const;
   void Register(const REALclassDefinition* record) { registeredRecords_.push_back(record); }
+  // The records as modules registered them, kept where the modules keep them.
+  const std::vector<const REALclassDefinition*>& registeredRecords() const {
+    return registeredRecords_;
+  }
 
   // --- Ledger of host objects ---------------------------------------------------------------
   // Tracks a new object carrying one reference.

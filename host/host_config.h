@@ -17,9 +17,12 @@ struct PictureFaults {
   bool lockReportsOtherType = false;
   // A description lock succeeds with null picture data.
   bool lockReportsNullData = false;
-  // The bitmap context reports this alpha info instead of the picture's layout: 0 or 7 (no
-  // layout at all), or a layout with bits above the low three set (0x2005: byte-order bits).
+  // The bitmap context reports this alpha info instead of the picture's layout: 0 or 7, which
+  // name no layout a module can read.
   std::optional<uint32_t> alphaInfo;
+  // Bits added above the low three of the alpha info the context reports, as a platform's
+  // byte-order flags are (0x2000, 0x4000): the layout is still the low three bits.
+  uint32_t alphaInfoExtraBits = 0;
 };
 
 // The kind of application the host runs; it decides which application class exists and how

@@ -117,7 +117,8 @@ bool Describe(HostPicture& picture, uint32_t type, REALpictureDescription* out) 
   if (!picture.lockable || picture.width < 1 || picture.height < 1) return false;
   if (type == kPictureTypeBitmapContext && picture.storage == PictureStorage::Bitmap) {
     picture.context.alphaInfo =
-        picture.faults.alphaInfo.value_or(static_cast<uint32_t>(picture.layout));
+        picture.faults.alphaInfo.value_or(static_cast<uint32_t>(picture.layout)) |
+        picture.faults.alphaInfoExtraBits;
     *out = {kPictureTypeBitmapContext, &picture.context, picture.width, picture.height};
     return true;
   }

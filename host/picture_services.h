@@ -46,3 +46,15 @@ class HostGraphics : public HostObject {
 };
 
 }  // namespace qpxhost
+
+// The platform's bitmap-context functions, which modules find by name in the host process. Each
+// is logged, and reported as misuse unless its context is that of a live picture whose
+// description is locked.
+extern "C" {
+void* CGBitmapContextGetData(void* context);
+size_t CGBitmapContextGetBitsPerPixel(void* context);
+size_t CGBitmapContextGetWidth(void* context);
+size_t CGBitmapContextGetHeight(void* context);
+size_t CGBitmapContextGetBytesPerRow(void* context);
+uint32_t CGBitmapContextGetAlphaInfo(void* context);
+}

@@ -191,7 +191,13 @@ bool PictureWriter::NewPictureWriter(bool withAlpha, int32_t newWidth, int32_t n
     created = REALNewPicture(newWidth, newHeight, 32);
     if (created == nullptr) return false;
   }
-  const bool opened = GetPictureEditor(created, false, true);
+  bool opened = GetPictureEditor(created, false, true);
+  // A host that made a picture of another size would have the method fill rows it does not have:
+  // such a picture is given back, and the writer is not made.
+  if (opened && (width != newWidth || height != newHeight)) {
+    clear();
+    opened = false;
+  }
   REALUnlockObject(AsObject(created));
   return opened;
 }
