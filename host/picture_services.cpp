@@ -66,10 +66,12 @@ REALpicture NewPicture(int32_t width, int32_t height, int32_t depth) {
   const size_t at = LogService("newPicture", {}, {Number(width), Number(height), Number(depth)});
   width = Changed(width);
   height = Changed(height);
-  if (!SizeAllowed(width, height)) return nullptr;
-  PictureOptions options;
-  options.depth = depth;
-  HostPicture* picture = MadeForModule(NewHostPicture(H(), width, height, options));
+  HostPicture* picture = nullptr;
+  if (SizeAllowed(width, height)) {
+    PictureOptions options;
+    options.depth = depth;
+    picture = MadeForModule(NewHostPicture(H(), width, height, options));
+  }
   LogResult(at, picture);
   return Ref(picture);
 }
@@ -175,7 +177,10 @@ void ClearCache(REALpicture reference) {
 REALgraphics GetGraphics(REALpicture reference) {
   const size_t at = LogService("pluginPictureGraphicsGetter", {reference});
   HostPicture* picture = AsPicture(reference, "pluginPictureGraphicsGetter");
-  if (picture == nullptr || picture->storage != PictureStorage::Bitmap) return nullptr;
+  if (picture == nullptr || picture->storage != PictureStorage::Bitmap) {
+    LogResult(at, nullptr);
+    return nullptr;
+  }
   H().Lock(picture);
   auto* graphics = H().Adopt(std::make_unique<HostGraphics>(picture));
   LogResult(at, graphics);
@@ -186,9 +191,11 @@ REALgraphics GetGraphics(REALpicture reference) {
 REALpicture GetMask(REALpicture reference, bool create) {
   const size_t at = LogService("REALGetPictureMask", {reference}, {create ? "1" : "0"});
   HostPicture* picture = AsPicture(reference, "REALGetPictureMask");
-  if (picture == nullptr) return nullptr;
+  if (picture == nullptr || (picture->mask == nullptr && !create)) {
+    LogResult(at, nullptr);
+    return nullptr;
+  }
   if (picture->mask == nullptr) {
-    if (!create) return nullptr;
     picture->mask = MadeForModule(NewHostMask(H(), *picture));  // the picture's reference
   }
   H().Lock(picture->mask);

@@ -35,7 +35,10 @@ REALstring BuildString(const char* text, int32_t length) {
       LogService("REALBuildString", {},
                  {text == nullptr || length < 0 ? "nil" : '"' + std::string(text, length) + '"',
                   std::to_string(length)});
-  if (text == nullptr || length < 0) return nullptr;
+  if (text == nullptr || length < 0) {
+    LogResult(at, nullptr);
+    return nullptr;
+  }
   auto* string = H().Adopt(std::make_unique<HostString>(std::string(text, length)));
   LogResult(at, string);
   return reinterpret_cast<REALstring>(static_cast<HostObject*>(string));
@@ -62,7 +65,10 @@ void UnlockString(REALstring string) {
 
 REALobject NewInstance(const char* className) {
   const size_t at = LogService("PluginNewInstance", {}, {Quoted(className)});
-  if (className == nullptr || H().Lacks(className)) return nullptr;
+  if (className == nullptr || H().Lacks(className)) {
+    LogResult(at, nullptr);
+    return nullptr;
+  }
   const std::string name(className);
   HostObject* made = nullptr;
   if (name == "NilObjectException" || name == "RuntimeException") {
