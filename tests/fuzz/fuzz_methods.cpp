@@ -137,6 +137,7 @@ void FuzzScaleImageAndMask(FuzzInput& input, Host& host) {
   PictureRules rules;
   rules.otherDepthAllowed = false;
   rules.emptyRowsAllowed = false;
+  rules.faultyLockAllowed = false;
   HostPicture* receiver = ReadReceiver(input, host, rules);
   qpxtest::ScaleCall call{input.Size(), input.Size(), input.Flag(), input.Yield()};
   LimitResultArea(call.width, call.height, HasAlpha(receiver));

@@ -14,7 +14,8 @@ constexpr int32_t kMaxSide = 40;
 constexpr uint8_t kAlpha = 0x01;
 constexpr uint8_t kOddPixelsShift = 1;  // 2 bits: 2 another depth, 3 not lockable
 constexpr uint8_t kOwnLayout = 0x08;
-constexpr uint8_t kFillShift = 4;  // 2 bits: the Fill
+constexpr uint8_t kFillShift = 4;      // 2 bits: the Fill
+constexpr uint8_t kFaultyLock = 0x40;  // its lock hands out the other type, or no data
 constexpr uint8_t kNil = 0x80;
 
 enum class Fill { Noise, Uniform, FromInput, Extremes };
@@ -74,10 +75,20 @@ HostPicture* MakePicture(FuzzInput& input, qpxhost::Host& host, uint8_t flags, i
   if ((flags & kOwnLayout) != 0 && host.config().app == qpxhost::AppKind::Desktop) {
     options.layout = static_cast<int32_t>(hasAlpha ? input.Int(1, 2) : input.Int(1, 6));
   }
+  if ((flags & kFaultyLock) != 0 && rules.faultyLockAllowed) {
+    if ((flags & kOwnLayout) != 0) {
+      options.faults.lockReportsOtherType = true;
+    } else {
+      options.faults.lockReportsNullData = true;
+    }
+  }
   HostPicture* picture = qpxhost::NewHostPicture(host, width, height, options);
+  const std::string fault = options.faults.lockReportsOtherType  ? ", locks as the other type"
+                            : options.faults.lockReportsNullData ? ", locks with no data"
+                                                                 : "";
   log += std::to_string(width) + " x " + std::to_string(height) + (hasAlpha ? ", alpha" : "") +
          ", layout " + std::to_string(picture->layout) + ", " + std::to_string(options.depth) +
-         " bits" + (options.lockable ? "" : ", does not lock") + ", " +
+         " bits" + (options.lockable ? "" : ", does not lock") + fault + ", " +
          FillPixels(input, *picture, static_cast<Fill>((flags >> kFillShift) & 3)) + "\n";
   return picture;
 }
@@ -125,6 +136,10 @@ std::optional<qpxtest::RawPicture> PixelsAsRead(HostPicture* picture,
   if (picture == nullptr || picture->width < 1 || picture->height < 1) return std::nullopt;
   if (picture->lockable) {
     if (picture->depth != 32) return std::nullopt;
+    // A lock that hands out the wrong thing is refused, and no copy is tried after it.
+    if (picture->faults.lockReportsOtherType || picture->faults.lockReportsNullData) {
+      return std::nullopt;
+    }
     return BytesOf(*picture);
   }
   if (host.app == qpxhost::AppKind::Desktop && !picture->hasAlpha && mayCopy) {

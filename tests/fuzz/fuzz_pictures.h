@@ -18,6 +18,7 @@ struct PictureRules {
   bool alphaAllowed = true;
   bool otherDepthAllowed = true;  // 16 bits a pixel: such pictures do not open
   bool unlockableAllowed = true;  // pixels that do not lock, as the host's vector pictures
+  bool faultyLockAllowed = true;  // a lock that hands out the other type or no data
   // Pictures 0 pixels wide with rows: qpxtest::ReadRaw copies their empty rows through a null
   // pointer, so readers that use it cannot take them.
   bool emptyRowsAllowed = true;
