@@ -26,10 +26,7 @@
 namespace {
 
 using namespace qpxtest::method_test_names;
-using qpxtest::Calls;
-using qpxtest::CallsOf;
-using qpxtest::Name;
-using Lines = std::vector<std::string>;
+using namespace qpxtest::skeleton;
 
 const Lines kSkeleton = {"REALLockPictureDescription",
                          "unlockPictureDescription",
@@ -39,36 +36,6 @@ const Lines kSkeleton = {"REALLockPictureDescription",
                          "REALLockObject",
                          "REALUnlockObject",
                          "REALYieldToRB"};
-
-Lines Join(std::initializer_list<Lines> parts) {
-  Lines all;
-  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
-Lines Yields(int count) {
-  return Lines(static_cast<size_t>(count), "REALYieldToRB()");
-}
-
-std::string LockType(const HostConfig& config) {
-  return config.app == AppKind::Desktop ? "8" : "10";
-}
-
-Lines Open(const HostObject* object, const HostConfig& config) {
-  return {"REALLockPictureDescription(" + Name(object) + ", " + LockType(config) + ") -> true",
-          "REALLockObject(" + Name(object) + ")"};
-}
-Lines Release(const HostObject* object, bool clearCache) {
-  Lines lines = {"unlockPictureDescription(" + Name(object) + ")"};
-  if (clearCache) lines.push_back("REALPictureClearCache(" + Name(object) + ")");
-  lines.push_back("REALUnlockObject(" + Name(object) + ")");
-  return lines;
-}
-Lines Render(const HostObject* object) {
-  return Join(
-      {{"REALLockObject(" + Name(object) + ")", "REALPictureClearCache(" + Name(object) + ")"},
-       Release(object, true)});
-}
 
 std::string Number(double value) {
   char text[32];
@@ -85,18 +52,7 @@ HostObject* CallBlur(Host& host, HostObject* receiver, double radius) {
   return host.Call("BlurQPX", receiver, {radius, kYieldEveryCall}).picture;
 }
 
-class BlurSequenceTest : public qpxtest::MultiHostTest {
- protected:
-  template <typename Body>
-  void ForConsoleAndDesktop(Body body, HostConfig base = {}) {
-    for (AppKind app : {AppKind::Console, AppKind::Desktop}) {
-      HostConfig config = base;
-      config.app = app;
-      SCOPED_TRACE(HostName(config));
-      body(Reboot(config), config);
-    }
-  }
-};
+class BlurSequenceTest : public qpxtest::ConsoleAndDesktopTest {};
 
 const std::vector<double> kBelowOne = {0.99, 0.0, -5.0, std::numeric_limits<double>::quiet_NaN(),
                                        3e9};

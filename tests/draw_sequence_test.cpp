@@ -27,11 +27,7 @@
 namespace {
 
 using namespace qpxtest::method_test_names;
-using qpxtest::Calls;
-using qpxtest::CallsOf;
-using qpxtest::InOrder;
-using qpxtest::Name;
-using Lines = std::vector<std::string>;
+using namespace qpxtest::skeleton;
 
 const Lines kSkeleton = {"REALGetPictureMask",
                          "REALLockPictureDescription",
@@ -41,34 +37,10 @@ const Lines kSkeleton = {"REALGetPictureMask",
                          "REALUnlockObject",
                          "REALYieldToRB"};
 
-Lines Join(std::initializer_list<Lines> parts) {
-  Lines all;
-  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
-Lines Yields(int count) {
-  return Lines(static_cast<size_t>(count), "REALYieldToRB()");
-}
-
-std::string LockType(const HostConfig& config) {
-  return config.app == AppKind::Desktop ? "8" : "10";
-}
-
-Lines Open(const HostObject* object, const HostConfig& config) {
-  return {"REALLockPictureDescription(" + Name(object) + ", " + LockType(config) + ") -> true",
-          "REALLockObject(" + Name(object) + ")"};
-}
 // An editor that cannot open `object`: its description locks with null data and is unlocked.
 Lines Refused(const HostObject* object, const HostConfig& config) {
   return {"REALLockPictureDescription(" + Name(object) + ", " + LockType(config) + ") -> true",
           "unlockPictureDescription(" + Name(object) + ")"};
-}
-Lines Release(const HostObject* object, bool clearCache) {
-  Lines lines = {"unlockPictureDescription(" + Name(object) + ")"};
-  if (clearCache) lines.push_back("REALPictureClearCache(" + Name(object) + ")");
-  lines.push_back("REALUnlockObject(" + Name(object) + ")");
-  return lines;
 }
 
 qpxhost::Value PictureValue(HostObject* picture) {
@@ -93,18 +65,7 @@ PictureOptions Faulty() {
   return options;
 }
 
-class DrawSequenceTest : public qpxtest::MultiHostTest {
- protected:
-  template <typename Body>
-  void ForConsoleAndDesktop(Body body, HostConfig base = {}) {
-    for (AppKind app : {AppKind::Console, AppKind::Desktop}) {
-      HostConfig config = base;
-      config.app = app;
-      SCOPED_TRACE(HostName(config));
-      body(Reboot(config), config);
-    }
-  }
-};
+class DrawSequenceTest : public qpxtest::ConsoleAndDesktopTest {};
 
 // The lines of one exception raised with `message`, its string and exception being the host's
 // objects `string` and `exception` (the next two it makes); `fallback` when the host lacks

@@ -25,11 +25,7 @@
 namespace {
 
 using namespace qpxtest::method_test_names;
-using qpxtest::Calls;
-using qpxtest::CallsOf;
-using qpxtest::InOrder;
-using qpxtest::Name;
-using Lines = std::vector<std::string>;
+using namespace qpxtest::skeleton;
 
 // The calls that take, drop and lock pictures, make them, and yield: the skeleton of a call.
 const Lines kSkeleton = {"REALLockPictureDescription",
@@ -41,40 +37,6 @@ const Lines kSkeleton = {"REALLockPictureDescription",
                          "REALLockObject",
                          "REALUnlockObject",
                          "REALYieldToRB"};
-
-Lines Join(std::initializer_list<Lines> parts) {
-  Lines all;
-  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
-Lines Yields(int count) {
-  return Lines(static_cast<size_t>(count), "REALYieldToRB()");
-}
-
-// Description lock type: bitmap contexts on desktops, console records elsewhere.
-std::string LockType(const HostConfig& config) {
-  return config.app == AppKind::Desktop ? "8" : "10";
-}
-
-// An editor opening `object` without trouble, and one releasing it (with the cache dropped
-// for an editor that was opened to do so).
-Lines Open(const HostObject* object, const HostConfig& config) {
-  return {"REALLockPictureDescription(" + Name(object) + ", " + LockType(config) + ") -> true",
-          "REALLockObject(" + Name(object) + ")"};
-}
-Lines Release(const HostObject* object, bool clearCache) {
-  Lines lines = {"unlockPictureDescription(" + Name(object) + ")"};
-  if (clearCache) lines.push_back("REALPictureClearCache(" + Name(object) + ")");
-  lines.push_back("REALUnlockObject(" + Name(object) + ")");
-  return lines;
-}
-// A writer handing its picture over: a reference for the caller, the cache dropped, released.
-Lines Render(const HostObject* object) {
-  return Join(
-      {{"REALLockObject(" + Name(object) + ")", "REALPictureClearCache(" + Name(object) + ")"},
-       Release(object, true)});
-}
 
 std::string CallLine(const HostObject* receiver, int32_t mode, int32_t width, int32_t height) {
   return "call ScalingQPX(" + Name(receiver) + ", " + std::to_string(mode) + ", " +
@@ -95,19 +57,7 @@ void ExpectNewResultAndRelease(Host& host, HostObject* result, HostObject* recei
   host.Unlock(result);
 }
 
-class ScalingSequenceTest : public qpxtest::MultiHostTest {
- protected:
-  // Each test runs in a console and in a desktop host, booted afresh.
-  template <typename Body>
-  void ForConsoleAndDesktop(Body body, HostConfig base = {}) {
-    for (AppKind app : {AppKind::Console, AppKind::Desktop}) {
-      HostConfig config = base;
-      config.app = app;
-      SCOPED_TRACE(HostName(config));
-      body(Reboot(config), config);
-    }
-  }
-};
+class ScalingSequenceTest : public qpxtest::ConsoleAndDesktopTest {};
 
 // A nil receiver, a mode outside 1 to 7 and a size below 1 are refused before the method asks
 // anything of the host: not a look-up, not a yield.

@@ -52,16 +52,13 @@
 
 namespace {
 
-using qpxhost::AppKind;
-using qpxhost::HostConfig;
-using qpxhost::HostPicture;
-using qpxhost::PictureOptions;
+using namespace qpxtest::method_test_names;
+using qpxtest::Join;
 using qpxtest::ModuleHost;
 using qpxtest::Ref;
 using Rows = std::vector<int32_t>;
 
 constexpr uint8_t kFill = 0x5A;
-constexpr int32_t kYieldEveryCall = INT32_MIN;
 constexpr int32_t kNoPictureYet = -1;
 
 HostConfig Filled(AppKind app, double version = 2013.03) {
@@ -81,11 +78,6 @@ HostConfig FilledAlphaFirstDesktop() {
 
 // --- Expected sequences ------------------------------------------------------------------------
 
-Rows Join(std::initializer_list<Rows> parts) {
-  Rows all;
-  for (const Rows& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
 // first, first + 1, ..., last.
 Rows Counting(int32_t first, int32_t last) {
   Rows rows;
