@@ -1,33 +1,150 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite: once as released, once more as a 32-bit x86 build (the
-# module's original processor; cross-compiled, run natively), the method tests once more with
-# only the plain pixel loops, the whole suite under AddressSanitizer and
-# UndefinedBehaviorSanitizer, and each fuzz target for a bounded time (QPX_FUZZ_SECONDS, 45).
-# scripts/test-arm64.sh runs the ARM64 build's tests under qemu.
+# Builds and runs the whole test suite, in phases:
+#   x86-64    the release build, every test
+#   i386      the 32-bit x86 build (the module's original processor; cross-compiled, run
+#             natively), every test
+#   arm64     the ARM64 build (cross-compiled), every test under qemu user-mode emulation
+#   plain     the module with only the plain scalar pixel loops: module_tests and method_tests
+#   sanitize  AddressSanitizer and UndefinedBehaviorSanitizer: the tests of the module and the
+#             host (module_tests, host_tests, method_tests)
+#   fuzz      each fuzz target for a bounded time (QPX_FUZZ_SECONDS, 45; clang, ASan, UBSan)
+# A phase that fails does not stop the later ones; the script ends with each phase's time and
+# test counts, and exits non-zero when any phase failed. QPX_PHASES="x86-64 arm64" runs some.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh
+jobs=$(nproc)
+results=build-results
+rm -rf "$results"
+mkdir -p "$results"
 
-scripts/build.sh build -DQPX_BUILD_TESTS=ON
-(cd build && ctest --output-on-failure -j "$(nproc)")
+# Runs ctest in build tree DIR for phase NAME with further ctest options, and writes the phase's
+# counts from ctest's JUnit report.
+run_ctest() {
+  local name=$1 dir=$2
+  shift 2
+  local report=$PWD/$results/$name.xml
+  local status=0
+  (cd "$dir" && ctest --output-on-failure --no-tests=error -j "$jobs" --output-junit "$report" \
+    "$@") || status=$?
+  junit_counts "$report" >"$results/$name.counts"
+  return "$status"
+}
 
-scripts/cross-deps.sh i386
-scripts/build.sh build-i386 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-i386.cmake -DQPX_BUILD_TESTS=ON
-(cd build-i386 && ctest --output-on-failure -j "$(nproc)")
+# "P passed, F failed, S skipped" from the first <testsuite> element of a JUnit report.
+junit_counts() {
+  local suite tests failures disabled skipped
+  suite=$(tr '\n\t' '  ' <"$1" 2>/dev/null | grep -o -m1 '<testsuite [^>]*>') ||
+    { echo "no test report"; return; }
+  attribute() { sed -n "s/.* $1=\"\([0-9]*\)\".*/\1/p" <<<"$suite"; }
+  tests=$(attribute tests)
+  failures=$(attribute failures)
+  disabled=$(attribute disabled)
+  skipped=$(attribute skipped)
+  echo "$((tests - failures - disabled - skipped)) passed, $failures failed," \
+    "$((disabled + skipped)) skipped"
+}
 
-# The plain scalar pixel loops alone must pass the method tests too.
-cmake -S . -B build-plain -DCMAKE_BUILD_TYPE=Release -DQPX_PLAIN_LOOPS=ON -DQPX_BUILD_TESTS=ON \
-  >/dev/null
-cmake --build build-plain -j "$(nproc)" --target qpxplugin module_tests method_tests
-build-plain/bin/module_tests --gtest_brief=1
-build-plain/bin/method_tests --gtest_brief=1
+phase_x86-64() {
+  scripts/build.sh build -DQPX_BUILD_TESTS=ON
+  run_ctest x86-64 build
+}
 
-scripts/build.sh build-sanitize -DQPX_SANITIZE=ON -DQPX_BUILD_TESTS=ON
-export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
-export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-(cd build-sanitize && ctest --output-on-failure -j "$(nproc)")
+phase_i386() {
+  scripts/cross-deps.sh i386
+  scripts/build.sh build-i386 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-i386.cmake \
+    -DQPX_BUILD_TESTS=ON
+  run_ctest i386 build-i386
+}
 
-# A bounded run of each fuzz target (clang, ASan and UBSan) on its seed corpus.
-for target in fuzz_image_file fuzz_methods; do
-  scripts/fuzz.sh "$target" "${QPX_FUZZ_SECONDS:-45}"
+phase_arm64() {
+  scripts/cross-deps.sh arm64
+  scripts/build.sh build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-arm64.cmake \
+    -DQPX_BUILD_TESTS=ON
+  run_ctest arm64 build-arm64
+}
+
+# The plain scalar pixel loops alone must pass the tests of the module's insides and of its
+# methods.
+phase_plain() {
+  scripts/build.sh build-plain -DQPX_PLAIN_LOOPS=ON -DQPX_BUILD_TESTS=ON -- \
+    qpxplugin module_tests method_tests
+  run_ctest plain build-plain -L '^(module_tests|method_tests)$'
+}
+
+# The tests that run the module and the emulated host, under the sanitizers. qpx and the image
+# files are checked by the other phases, and fuzz_image_file reads files under the sanitizers.
+phase_sanitize() {
+  scripts/build.sh build-sanitize -DQPX_SANITIZE=ON -DQPX_BUILD_TESTS=ON -- \
+    qpxplugin module_tests host_tests method_tests
+  export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+  export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+  run_ctest sanitize build-sanitize -L '^(module_tests|host_tests|method_tests)$'
+}
+
+# A bounded run of each fuzz target on its seed corpus.
+phase_fuzz() {
+  local target line=""
+  for target in fuzz_image_file fuzz_methods; do
+    scripts/fuzz.sh "$target" "${QPX_FUZZ_SECONDS:-45}" | tee "$results/$target.stats"
+    line+="$target $(sed -n 's/^stat::number_of_executed_units: *//p' "$results/$target.stats")"
+    line+=" runs, "
+  done
+  echo "${line}no findings" >"$results/fuzz.counts"
+}
+
+all_phases=(x86-64 i386 arm64 plain sanitize fuzz)
+read -r -a phases <<<"${QPX_PHASES:-${all_phases[*]}}"
+declare -A seconds=() outcome=()
+started=$(date +%s)
+
+summary() {
+  local name line total=0 failed=0
+  echo
+  echo "=== scripts/test.sh: $jobs processors, load $(cut -d' ' -f1-3 /proc/loadavg) ==="
+  for name in setup "${phases[@]}"; do
+    [ -n "${outcome[$name]:-}" ] || continue
+    total=$((total + seconds[$name]))
+    line=${outcome[$name]}
+    if [ -f "$results/$name.counts" ]; then
+      line="$line: $(cat "$results/$name.counts")"
+    elif [ "$line" = failed ]; then
+      line="$line before its tests ran"
+    fi
+    [ "${outcome[$name]}" = failed ] && failed=1
+    printf '%-9s %3dm%02ds  %s\n' "$name" $((seconds[$name] / 60)) $((seconds[$name] % 60)) "$line"
+  done
+  local elapsed=$(($(date +%s) - started))
+  printf '%-9s %3dm%02ds  %s\n' total $((elapsed / 60)) $((elapsed % 60)) \
+    "$([ "$failed" = 0 ] && echo ok || echo FAILED)"
+}
+
+run_phase() {
+  local name=$1 start status
+  start=$(date +%s)
+  echo "=== $name ==="
+  set +e
+  (
+    set -e
+    "phase_$name"
+  )
+  status=$?
+  set -e
+  seconds[$name]=$(($(date +%s) - start))
+  if [ "$status" = 0 ]; then outcome[$name]=ok; else outcome[$name]=failed; fi
+}
+
+phase_setup() {
+  scripts/install-deps.sh
+  QPX_WITH_FUZZ=1 scripts/install-deps.sh
+  echo "no tests" >"$results/setup.counts"
+}
+
+trap summary EXIT
+run_phase setup
+for name in "${phases[@]}"; do
+  declare -F "phase_$name" >/dev/null || { echo "unknown phase '$name'" >&2; exit 2; }
+  run_phase "$name"
+done
+for name in setup "${phases[@]}"; do
+  [ "${outcome[$name]}" = ok ] || exit 1
 done
