@@ -7,9 +7,8 @@ QPX_CACHE_OPTIONS=()
 if [ "${QPX_CCACHE:-1}" != 0 ] && command -v ccache >/dev/null; then
   export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/qpx-ccache}
   export CCACHE_MAXSIZE=${CCACHE_MAXSIZE:-6G}
-  # Paths inside the work tree are hashed relative to it, so clones in other folders share
-  # objects; the precompiled test framework headers are cached as well.
-  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD}
+  # The precompiled test framework headers are cached as well. Source paths stay absolute
+  # (no CCACHE_BASEDIR): a test finds the README through its own __FILE__.
   export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros,include_file_mtime,include_file_ctime}
   QPX_CACHE_OPTIONS=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
