@@ -1,8 +1,9 @@
 # shellcheck shell=bash disable=SC2034
 # Sourced by the build scripts: when ccache is installed (scripts/install-deps.sh installs it),
 # sets QPX_CACHE_OPTIONS to the cmake options that compile through it, and its settings. The
-# cache lives under the home directory, so a later run on the same machine (a fresh clone in CI
-# too) finds the objects of the last one; QPX_CCACHE=0 compiles without it.
+# cache lives under the home directory, so a later run on the same machine from the same folder
+# (CI's fresh clone in the same place too) finds the objects of the last one; QPX_CCACHE=0
+# compiles without it.
 QPX_CACHE_OPTIONS=()
 if [ "${QPX_CCACHE:-1}" != 0 ] && command -v ccache >/dev/null; then
   export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/qpx-ccache}
