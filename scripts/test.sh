@@ -18,30 +18,53 @@ rm -rf "$results"
 mkdir -p "$results"
 
 # Runs ctest in build tree DIR for phase NAME with further ctest options, and writes the phase's
-# counts from ctest's JUnit report.
+# counts.
 run_ctest() {
   local name=$1 dir=$2
   shift 2
   local report=$PWD/$results/$name.xml
   local status=0
+  rm -rf "$dir/gtest-results"
   (cd "$dir" && ctest --output-on-failure --no-tests=error -j "$jobs" --output-junit "$report" \
     "$@") || status=$?
-  junit_counts "$report" >"$results/$name.counts"
+  test_counts "$report" "$dir/gtest-results" >"$results/$name.counts"
   return "$status"
 }
 
-# "P passed, F failed, S skipped" from the first <testsuite> element of a JUnit report.
-junit_counts() {
-  local suite tests failures disabled skipped
-  suite=$(tr '\n\t' '  ' <"$1" 2>/dev/null | grep -o -m1 '<testsuite [^>]*>') ||
-    { echo "no test report"; return; }
-  attribute() { sed -n "s/.* $1=\"\([0-9]*\)\".*/\1/p" <<<"$suite"; }
-  tests=$(attribute tests)
-  failures=$(attribute failures)
-  disabled=$(attribute disabled)
-  skipped=$(attribute skipped)
-  echo "$((tests - failures - disabled - skipped)) passed, $failures failed," \
-    "$((disabled + skipped)) skipped"
+# The value of attribute $2 in the XML element $1.
+attribute() { sed -n "s/.* $2=\"\([^\"]*\)\".*/\1/p" <<<"$1"; }
+
+# "P passed, F failed, S skipped" from ctest's JUnit report $1. A ctest test that ran a whole
+# test program, or a shard of one (PROGRAM.shardN, under an emulator), is counted by the tests in
+# gtest's report of it, $2/PROGRAM.shardN.xml; one that left no report counts as one failure.
+test_counts() {
+  local passed=0 failed=0 skipped=0 status name gtest suite tests failures disabled skips
+  [ -f "$1" ] || { echo "no test report"; return; }
+  while read -r status name; do
+    if [[ "$name" =~ \.shard[0-9]+$ ]]; then
+      gtest=$2/$name.xml
+      if [ ! -f "$gtest" ]; then
+        failed=$((failed + 1))
+        continue
+      fi
+      suite=$(tr '\n\t' '  ' <"$gtest" | grep -o -m1 '<testsuites [^>]*>')
+      tests=$(attribute "$suite" tests)
+      failures=$(attribute "$suite" failures)
+      disabled=$(attribute "$suite" disabled)
+      skips=$(grep -c 'result="skipped"' "$gtest" || true)
+      passed=$((passed + tests - failures - disabled - skips))
+      failed=$((failed + failures))
+      skipped=$((skipped + disabled + skips))
+      continue
+    fi
+    case $status in
+      run) passed=$((passed + 1)) ;;
+      fail) failed=$((failed + 1)) ;;
+      *) skipped=$((skipped + 1)) ;;
+    esac
+  done < <(tr '\n\t' '  ' <"$1" | grep -o '<testcase [^>]*>' |
+    sed -n 's/^<testcase name="\([^"]*\)".* status="\([a-z]*\)".*/\2 \1/p')
+  echo "$passed passed, $failed failed, $skipped skipped"
 }
 
 phase_x86-64() {
@@ -96,6 +119,8 @@ all_phases=(x86-64 i386 arm64 plain sanitize fuzz)
 read -r -a phases <<<"${QPX_PHASES:-${all_phases[*]}}"
 declare -A seconds=() outcome=()
 started=$(date +%s)
+current=
+current_start=0
 
 summary() {
   local name line total=0 failed=0
@@ -113,6 +138,12 @@ summary() {
     [ "${outcome[$name]}" = failed ] && failed=1
     printf '%-9s %3dm%02ds  %s\n' "$name" $((seconds[$name] / 60)) $((seconds[$name] % 60)) "$line"
   done
+  if [ -n "$current" ]; then
+    seconds[$current]=$(($(date +%s) - current_start))
+    printf '%-9s %3dm%02ds  %s\n' "$current" $((seconds[$current] / 60)) \
+      $((seconds[$current] % 60)) "interrupted"
+    failed=1
+  fi
   local elapsed=$(($(date +%s) - started))
   printf '%-9s %3dm%02ds  %s\n' total $((elapsed / 60)) $((elapsed % 60)) \
     "$([ "$failed" = 0 ] && echo ok || echo FAILED)"
@@ -121,6 +152,8 @@ summary() {
 run_phase() {
   local name=$1 start status
   start=$(date +%s)
+  current=$name
+  current_start=$start
   echo "=== $name ==="
   set +e
   (
@@ -130,6 +163,7 @@ run_phase() {
   status=$?
   set -e
   seconds[$name]=$(($(date +%s) - start))
+  current=
   if [ "$status" = 0 ]; then outcome[$name]=ok; else outcome[$name]=failed; fi
 }
 
