@@ -123,12 +123,11 @@ current=
 current_start=0
 
 summary() {
-  local name line total=0 failed=0
+  local name line failed=0
   echo
   echo "=== scripts/test.sh: $jobs processors, load $(cut -d' ' -f1-3 /proc/loadavg) ==="
   for name in setup "${phases[@]}"; do
     [ -n "${outcome[$name]:-}" ] || continue
-    total=$((total + seconds[$name]))
     line=${outcome[$name]}
     if [ -f "$results/$name.counts" ]; then
       line="$line: $(cat "$results/$name.counts")"
@@ -173,10 +172,12 @@ phase_setup() {
   echo "no tests" >"$results/setup.counts"
 }
 
+for name in "${phases[@]}"; do
+  declare -F "phase_$name" >/dev/null || { echo "unknown phase '$name'" >&2; exit 2; }
+done
 trap summary EXIT
 run_phase setup
 for name in "${phases[@]}"; do
-  declare -F "phase_$name" >/dev/null || { echo "unknown phase '$name'" >&2; exit 2; }
   run_phase "$name"
 done
 for name in setup "${phases[@]}"; do
