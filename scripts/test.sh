@@ -117,7 +117,8 @@ phase_fuzz() {
 
 all_phases=(x86-64 i386 arm64 plain sanitize fuzz)
 read -r -a phases <<<"${QPX_PHASES:-${all_phases[*]}}"
-declare -A seconds=() outcome=()
+declare -A seconds=() cpu=() outcome=()
+children_seconds=0
 started=$(date +%s)
 current=
 current_start=0
@@ -126,6 +127,7 @@ summary() {
   local name line failed=0
   echo
   echo "=== scripts/test.sh: $jobs processors, load $(cut -d' ' -f1-3 /proc/loadavg) ==="
+  printf '%-9s %7s %7s  %s\n' phase time cpu tests
   for name in setup "${phases[@]}"; do
     [ -n "${outcome[$name]:-}" ] || continue
     line=${outcome[$name]}
@@ -135,22 +137,37 @@ summary() {
       line="$line before its tests ran"
     fi
     [ "${outcome[$name]}" = failed ] && failed=1
-    printf '%-9s %3dm%02ds  %s\n' "$name" $((seconds[$name] / 60)) $((seconds[$name] % 60)) "$line"
+    printf '%-9s %7s %7s  %s\n' "$name" "$(duration "${seconds[$name]}")" \
+      "$(duration "${cpu[$name]}")" "$line"
   done
   if [ -n "$current" ]; then
-    seconds[$current]=$(($(date +%s) - current_start))
-    printf '%-9s %3dm%02ds  %s\n' "$current" $((seconds[$current] / 60)) \
-      $((seconds[$current] % 60)) "interrupted"
+    printf '%-9s %7s %7s  %s\n' "$current" "$(duration $(($(date +%s) - current_start)))" "" \
+      interrupted
     failed=1
   fi
-  local elapsed=$(($(date +%s) - started))
-  printf '%-9s %3dm%02ds  %s\n' total $((elapsed / 60)) $((elapsed % 60)) \
-    "$([ "$failed" = 0 ] && echo ok || echo FAILED)"
+  children_cpu
+  printf '%-9s %7s %7s  %s\n' total "$(duration $(($(date +%s) - started)))" \
+    "$(duration "$children_seconds")" "$([ "$failed" = 0 ] && echo ok || echo FAILED)"
 }
 
+# The processor seconds this script's finished children took, in user and system mode: on a
+# machine shared with other work, a phase's time tells less than its processor time.
+# Sets children_seconds (times must run in this shell, not in a subshell of its own).
+children_cpu() {
+  times >"$results/times"
+  children_seconds=$(awk 'NR == 2 { split($1, u, /[ms]/); split($2, s, /[ms]/)
+                                    printf "%d\n", u[1] * 60 + u[2] + s[1] * 60 + s[2] }' \
+    "$results/times")
+}
+
+# "12m05s" for a number of seconds.
+duration() { printf '%dm%02ds' $(($1 / 60)) $(($1 % 60)); }
+
 run_phase() {
-  local name=$1 start status
+  local name=$1 start status cpu_start
   start=$(date +%s)
+  children_cpu
+  cpu_start=$children_seconds
   current=$name
   current_start=$start
   echo "=== $name ==="
@@ -162,6 +179,8 @@ run_phase() {
   status=$?
   set -e
   seconds[$name]=$(($(date +%s) - start))
+  children_cpu
+  cpu[$name]=$((children_seconds - cpu_start))
   current=
   if [ "$status" = 0 ]; then outcome[$name]=ok; else outcome[$name]=failed; fi
 }
