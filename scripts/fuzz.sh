@@ -16,9 +16,8 @@ shift 2
 dir=${QPX_FUZZ_BUILD_DIR:-build-fuzz}
 
 QPX_WITH_FUZZ=1 scripts/install-deps.sh
-CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQPX_FUZZ=ON \
-  -DQPX_BUILD_TESTS=ON >/dev/null
-cmake --build "$dir" -j "$(nproc)" --target "$target"
+CC=clang CXX=clang++ scripts/build.sh "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQPX_FUZZ=ON \
+  -DQPX_BUILD_TESTS=ON -- "$target"
 
 corpus=$dir/corpus/$target
 findings=$dir/findings/$target

@@ -4,8 +4,10 @@
 # scripts/cross-deps.sh then fetches the target's libraries.
 set -euo pipefail
 
-packages=(cmake make g++ pkg-config binutils libgtest-dev libgmock-dev libffi-dev libpng-dev
-          libjpeg-dev libcli11-dev)
+# ccache keeps compiled objects between runs on one machine (scripts/compiler-cache.sh); Ninja
+# schedules the builds (scripts/build.sh).
+packages=(cmake make ninja-build g++ pkg-config binutils ccache libgtest-dev libgmock-dev
+          libffi-dev libpng-dev libjpeg-dev libcli11-dev)
 [ "${QPX_WITH_BENCH:-0}" = 1 ] && packages+=(libbenchmark-dev)
 # The fuzz targets: clang, and libclang_rt.fuzzer (libclang-rt-dev, for Debian 12's clang 14).
 [ "${QPX_WITH_FUZZ:-0}" = 1 ] && packages+=(clang libclang-rt-dev)

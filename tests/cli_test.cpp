@@ -97,9 +97,14 @@ class CliTest : public ::testing::Test {
   }
 
   // Starts qpx with `args` in the temporary directory, standard input from `in` (else
-  // /dev/null), stdout and stderr to files, and returns its process id.
+  // /dev/null), stdout and stderr to files, and returns its process id. In a cross build qpx is
+  // the target's program, which starts under the emulator that runs this test (QPX_EMULATOR).
   pid_t StartQpx(const std::vector<std::string>& args, int in = -1) {
     std::vector<char*> argv;
+#ifdef QPX_EMULATOR
+    std::string emulator = QPX_EMULATOR;
+    argv.push_back(emulator.data());
+#endif
     std::string program = QPX_BINARY;
     argv.push_back(program.data());
     std::vector<std::string> copies = args;
@@ -115,6 +120,11 @@ class CliTest : public ::testing::Test {
           chdir(dir_.c_str()) != 0) {
         _exit(127);
       }
+#ifdef QPX_EMULATOR
+      // The emulator's script hands a program's own name to the copies of it that the program
+      // starts (QPX_QEMU_PROGRAM, which this test inherited); qpx is another program.
+      unsetenv("QPX_QEMU_PROGRAM");
+#endif
       execv(argv[0], argv.data());
       _exit(127);
     }
