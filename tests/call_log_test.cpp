@@ -57,7 +57,7 @@ TEST_F(HostTest, LogRecordsLookupsAndCallsInOrder) {
   EXPECT_EQ(calls[0].ToString(), "lookup REALLockObject -> found");
   EXPECT_EQ(calls[3].ToString(), "lookup noSuchService -> missing");
   EXPECT_EQ(calls[4].kind, HostCall::Kind::Service);
-  EXPECT_EQ(calls[4].objects, std::vector<uint64_t>{picture->serial()});
+  EXPECT_EQ(calls[4].objects, std::vector<uint64_t>{1});
   EXPECT_THAT(host.log.Lines(),
               ElementsAre("REALLockObject(#1)", "REALGetPropValueInt(#1, \"Width\") -> 4",
                           "REALGetPropValueInt(#1, \"Depth\") -> false", "REALUnlockObject(#1)",
