@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets (clang, with AddressSanitizer and UndefinedBehaviorSanitizer) in
-# build-fuzz and runs one of them for SECONDS on a fresh copy of its seed corpus:
+# Builds a libFuzzer target in the sanitized tree (scripts/sanitized-build.sh: clang,
+# AddressSanitizer, UndefinedBehaviorSanitizer; build-fuzz) and runs it for SECONDS on a fresh
+# copy of its seed corpus:
 #   scripts/fuzz.sh fuzz_image_file|fuzz_methods SECONDS [libFuzzer options...]
 # Exits non-zero when the run finds a crash, a leak or a sanitizer report; the input is then
 # left in build-fuzz/findings/TARGET/ (run the target on that file to see the case again).
@@ -15,9 +16,7 @@ seconds=$2
 shift 2
 dir=${QPX_FUZZ_BUILD_DIR:-build-fuzz}
 
-QPX_WITH_FUZZ=1 scripts/install-deps.sh
-CC=clang CXX=clang++ scripts/build.sh "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQPX_FUZZ=ON \
-  -DQPX_BUILD_TESTS=ON -- "$target"
+scripts/sanitized-build.sh "$target"
 
 corpus=$dir/corpus/$target
 findings=$dir/findings/$target

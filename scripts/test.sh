@@ -5,8 +5,8 @@
 #             natively), every test
 #   arm64     the ARM64 build (cross-compiled), every test under qemu user-mode emulation
 #   plain     the module with only the plain scalar pixel loops: module_tests and method_tests
-#   sanitize  AddressSanitizer and UndefinedBehaviorSanitizer: every test program
-#   fuzz      each fuzz target for a bounded time (QPX_FUZZ_SECONDS, 45; clang, ASan, UBSan)
+#   sanitize  AddressSanitizer and UndefinedBehaviorSanitizer (clang): every test program
+#   fuzz      each fuzz target for a bounded time (QPX_FUZZ_SECONDS, 45), from the same tree
 # A phase that fails does not stop the later ones; the script ends with each phase's time and
 # test counts, and exits non-zero when any phase failed. QPX_PHASES="x86-64 arm64" runs some.
 set -euo pipefail
@@ -93,13 +93,14 @@ phase_plain() {
   run_ctest plain build-plain -L '^(module_tests|method_tests)$'
 }
 
-# Every test program under the sanitizers (qpx_info, which only prints, is left to the others).
+# Every test program under the sanitizers (qpx_info, which only prints, is left to the others),
+# built in the fuzz targets' tree, which the fuzz phase then finds built.
 phase_sanitize() {
-  scripts/build.sh build-sanitize -DQPX_SANITIZE=ON -DQPX_BUILD_TESTS=ON -- \
-    qpxplugin qpx module_tests host_tests method_tests image_file_test cli_test
+  scripts/sanitized-build.sh qpxplugin qpx module_tests host_tests method_tests image_file_test \
+    cli_test fuzz_image_file fuzz_methods
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-  run_ctest sanitize build-sanitize -L '^(module_tests|host_tests|method_tests|image_file_test|cli_test)$'
+  run_ctest sanitize "${QPX_FUZZ_BUILD_DIR:-build-fuzz}" -L '^(module_tests|host_tests|method_tests|image_file_test|cli_test)$'
 }
 
 # A bounded run of each fuzz target on its seed corpus.

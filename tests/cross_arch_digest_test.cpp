@@ -411,9 +411,9 @@ void AddNilReceiverCalls(CallList& calls) {
       {"BlurQPX", {0.5, kYieldEveryCall}},
   };
   int n = 0;
-  for (const auto& [method, arguments] : nilCalls) {
-    calls.Add(method, "nil-receiver-" + std::to_string(n++), "nil", 2,
-              [method, arguments](Host& host, uint64_t) {
+  for (const auto& call : nilCalls) {
+    calls.Add(call.first, "nil-receiver-" + std::to_string(n++), "nil", 2,
+              [method = call.first, arguments = call.second](Host& host, uint64_t) {
                 return qpxtest::DigestPictureCall(host, nullptr, method, arguments);
               });
   }
