@@ -245,7 +245,9 @@ void FuzzDraw(FuzzInput& input, Host& host) {
   qpxtest::DrawScene scene;
   if (destination != nullptr) scene.destination = qpxfuzz::BytesOf(*destination);
   if (picture != nullptr) scene.picture = picturePixels.value_or(qpxfuzz::BytesOf(*picture));
-  if (mask != nullptr) scene.mask = qpxfuzz::BytesOf(*mask);
+  // A mask is read only when every editor opens; one that does not (no rows, say) is not handed
+  // to the reference, which would read its first row.
+  if (mask != nullptr && editorsOpen) scene.mask = qpxfuzz::BytesOf(*mask);
   if (picture != nullptr && picture == destination) {
     scene.shared = qpxtest::SharedWithDestination::Picture;
   } else if (mask != nullptr && mask == destination) {
