@@ -1,7 +1,8 @@
-// Eight columns a vector for each channel: a contributor's eight intermediate words are loaded
-// at once, each channel's bytes converted to floats, multiplied by the float weight, widened
-// to doubles and added to that channel's sums, lane by lane in the contributors' order, as the
-// plain loop does for one column.
+// The pass across's taps in 256-bit registers, and the pass down eight columns a vector for
+// each channel: a contributor's eight intermediate words are loaded at once, each channel's
+// bytes converted to floats, multiplied by the float weight, widened to doubles and added to
+// that channel's sums, lane by lane in the contributors' order, as the plain loop does for one
+// column.
 #include "resampling_avx2.h"
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -12,6 +13,8 @@
 #include <cstring>
 
 #define QPX_AVX2 __attribute__((target("avx2")))
+#define QPX_TAPS_TARGET QPX_AVX2
+#include "horizontal_taps.h"
 
 namespace {
 
@@ -43,52 +46,11 @@ QPX_AVX2 inline __m256i Channel(const Sums& sums, __m256d weightSum, int shift) 
   return _mm256_sll_epi32(values, _mm_cvtsi32_si128(shift));
 }
 
-// The pixel at `p`, its four bytes as doubles.
-QPX_AVX2 inline __m256d PixelDoubles(const uint8_t* p) {
-  int32_t word;
-  std::memcpy(&word, p, sizeof word);
-  return _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(word)));
-}
-
-template <int N>
-QPX_AVX2 inline void HorizontalRows(const uint8_t* const* rows, const ContributorList* columns,
-                                    int32_t width, __m128i toWord, uint32_t* const* outs) {
-  for (int32_t i = 0; i < width; ++i) {
-    const ContributorList& list = columns[i];
-    __m256d sums[N];
-    for (int n = 0; n < N; ++n) sums[n] = _mm256_setzero_pd();
-    for (int32_t k = 0; k < list.count; ++k) {
-      const Contributor& c = list.entries[k];
-      if (c.weight == 0.0f) continue;
-      const ptrdiff_t offset = 4 * static_cast<ptrdiff_t>(c.pixel);
-      const __m256d weight = _mm256_set1_pd(static_cast<double>(c.weight));
-      for (int n = 0; n < N; ++n) {
-        sums[n] = _mm256_add_pd(sums[n], _mm256_mul_pd(PixelDoubles(rows[n] + offset), weight));
-      }
-    }
-    const __m256d weightSum = _mm256_set1_pd(static_cast<double>(list.weightSum));
-    for (int n = 0; n < N; ++n) {
-      const __m128i values = ChannelValues(sums[n], weightSum);
-      outs[n][i] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi8(values, toWord)));
-    }
-  }
-}
-
 }  // namespace
 
-QPX_AVX2 void HorizontalRowsAvx2(const uint8_t* const* rows, int32_t count,
-                                 const ContributorList* columns, int32_t width,
-                                 const PixelBytes& bytes, uint32_t* const* outs) {
-  // Gathers the low byte of the blue, green and red lanes into bytes 0, 1 and 2 of the word
-  // and zeroes byte 3.
-  const __m128i toWord =
-      _mm_setr_epi8(static_cast<char>(4 * bytes.blue), static_cast<char>(4 * bytes.green),
-                    static_cast<char>(4 * bytes.red), -128, -128, -128, -128, -128, -128, -128,
-                    -128, -128, -128, -128, -128, -128);
-  if (count == 4) return HorizontalRows<4>(rows, columns, width, toWord, outs);
-  for (int32_t n = 0; n < count; ++n) {
-    HorizontalRows<1>(rows + n, columns, width, toWord, outs + n);
-  }
+QPX_AVX2 void HorizontalTapsAvx2(const double* converted, const ColumnBlock& block,
+                                 const ContributorList* columns, int rows, uint32_t* const* outs) {
+  Taps(converted, block, columns, rows, outs);
 }
 
 QPX_AVX2 int32_t VerticalColumnsAvx2(const uint32_t* intermediate, int32_t width,
@@ -122,8 +84,8 @@ QPX_AVX2 int32_t VerticalColumnsAvx2(const uint32_t* intermediate, int32_t width
 
 #else
 
-void HorizontalRowsAvx2(const uint8_t* const*, int32_t, const ContributorList*, int32_t,
-                        const PixelBytes&, uint32_t* const*) {}
+void HorizontalTapsAvx2(const double*, const ColumnBlock&, const ContributorList*, int,
+                        uint32_t* const*) {}
 
 int32_t VerticalColumnsAvx2(const uint32_t*, int32_t, const ContributorList&, const WordLayout&,
                             uint8_t*) {

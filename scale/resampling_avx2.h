@@ -1,10 +1,11 @@
-// The vertical pass's row loop for processors with AVX2, built in a file of its own with AVX2
+// The resampling passes' loops for processors with AVX2, built in a file of their own with AVX2
 // enabled and called only when the processor has it.
 #pragma once
 
 #include <cstdint>
 
 #include "contributors.h"
+#include "converted_rows.h"
 
 // Where a result pixel keeps its channels: bit shifts of red, green and blue in the stored
 // 32-bit word, and the fourth byte's bits.
@@ -13,16 +14,9 @@ struct WordLayout {
   uint32_t fourth;
 };
 
-// The bytes of a source pixel that hold blue, green and red.
-struct PixelBytes {
-  int blue, green, red;
-};
-
-// `count` source rows (1 to 4) at `rows` resized into the intermediate rows at `outs`, through
-// the lists of the `width` output columns; the rows are worked out side by side, each pixel's
-// four bytes in four double lanes, with exactly the plain loop's operations.
-void HorizontalRowsAvx2(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
-                        int32_t width, const PixelBytes& bytes, uint32_t* const* outs);
+// The pass across's taps (a HorizontalTapsFn) in 256-bit registers.
+void HorizontalTapsAvx2(const double* converted, const ColumnBlock& block,
+                        const ContributorList* columns, int rows, uint32_t* const* outs);
 
 // Columns 0 to `width` - 1 of one output row, eight at a time, from `intermediate` through
 // `list`; returns how many columns it did (a multiple of eight), leaving the rest to the

@@ -1,12 +1,17 @@
 #include "resampling_passes.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 
 #include "int_conversion.h"
 #include "pixel_layout.h"
 #include "resampling_avx2.h"
+#include "working_buffer.h"
+
+#define QPX_TAPS_TARGET
+#include "horizontal_taps.h"
 
 namespace {
 
@@ -66,92 +71,41 @@ void VerticalRowPlain(const IntermediateWord* intermediate, int32_t width,
   }
 }
 
-// --- Vector loops: the four bytes of a pixel in four double lanes -------------------------------
+// --- Vector loops down: the four bytes of an intermediate word in four double lanes ------------
 // Each lane does one channel's plain operations in the plain order; the lane of the fourth byte
-// is worked out too and left unused. GCC's vector types compile to SSE2 on x86 (two registers
-// a vector) and to NEON on ARM64.
-typedef double Doubles4 __attribute__((vector_size(32)));
-typedef int64_t Longs4 __attribute__((vector_size(32)));
+// is worked out too and left unused (TapDoubles and TapChannelValues are horizontal_taps.h's).
 typedef float Floats4 __attribute__((vector_size(16)));
-typedef int32_t Ints4 __attribute__((vector_size(16)));
 typedef uint8_t Bytes16 __attribute__((vector_size(16)));
-
-// ChannelValue in every lane: a quotient outside the 32-bit range (or NaN) gives the most
-// negative integer, which the clamping makes 0; within it, clamping before the truncation
-// gives what clamping after it would.
-inline Ints4 ChannelValues(Doubles4 sums, float weightSum) {
-  const Doubles4 zero = {0, 0, 0, 0}, top = {255, 255, 255, 255};
-  Doubles4 q = sums / static_cast<double>(weightSum) + 0.5;
-  const Longs4 inRange = (q > -2147483649.0) & (q < 2147483648.0);
-  q = inRange ? q : zero;
-  q = q > zero ? q : zero;
-  q = q < top ? q : top;
-  return __builtin_convertvector(q, Ints4);
-}
 
 // The four bytes at `p` as 32-bit lanes, byte 0 in lane 0: a byte shuffle, which compiles to
 // a few instructions where a lane-by-lane conversion would take each byte out on its own.
-inline Ints4 LoadBytes(const void* p) {
+inline TapInts LoadBytes(const void* p) {
   Bytes16 bytes = {};
   std::memcpy(&bytes, p, 4);
   const Bytes16 zero = {};
-  return reinterpret_cast<Ints4>(__builtin_shufflevector(bytes, zero, 0, 16, 16, 16, 1, 16, 16, 16,
-                                                         2, 16, 16, 16, 3, 16, 16, 16));
+  return reinterpret_cast<TapInts>(__builtin_shufflevector(bytes, zero, 0, 16, 16, 16, 1, 16, 16,
+                                                           16, 2, 16, 16, 16, 3, 16, 16, 16));
 }
 
 // Each pixel's sum is one serial chain of additions, so several pixels are worked out side by
-// side: rows at a time across (they share the column's contributors), columns at a time down
-// (they share the row's).
+// side: columns at a time down (they share the row's contributors).
 constexpr int kGroup = 4;
-
-template <class In, int N>
-inline void HorizontalRowsLanes(const uint8_t* const* rows, const ContributorList* columns,
-                                int32_t width, IntermediateWord* const* outs) {
-  for (int32_t i = 0; i < width; ++i) {
-    const ContributorList& list = columns[i];
-    Doubles4 sums[N] = {};
-    for (int32_t k = 0; k < list.count; ++k) {
-      const Contributor& c = list.entries[k];
-      if (c.weight == 0.0f) continue;
-      const ptrdiff_t offset = kBytesPerPixel * static_cast<ptrdiff_t>(c.pixel);
-      const double weight = c.weight;
-      for (int n = 0; n < N; ++n) {
-        sums[n] += __builtin_convertvector(LoadBytes(rows[n] + offset), Doubles4) * weight;
-      }
-    }
-    for (int n = 0; n < N; ++n) {
-      const Ints4 v = ChannelValues(sums[n], list.weightSum);
-      outs[n][i] = Word(static_cast<uint32_t>(v[In::kBlue]), static_cast<uint32_t>(v[In::kGreen]),
-                        static_cast<uint32_t>(v[In::kRed]));
-    }
-  }
-}
-
-// `count` rows (at most kGroup) at `rows` into the intermediate rows at `outs`.
-template <class In>
-void HorizontalVector(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
-                      int32_t width, IntermediateWord* const* outs) {
-  if (count == kGroup) return HorizontalRowsLanes<In, kGroup>(rows, columns, width, outs);
-  for (int32_t n = 0; n < count; ++n) {
-    HorizontalRowsLanes<In, 1>(rows + n, columns, width, outs + n);
-  }
-}
 
 template <class Out, int N>
 inline void VerticalColumnsLanes(const IntermediateWord* intermediate, int32_t width,
                                  const ContributorList& list, int32_t column, uint8_t* out) {
-  Doubles4 sums[N] = {};
+  TapDoubles sums[N] = {};
   for (int32_t k = 0; k < list.count; ++k) {
     const Contributor& c = list.entries[k];
     if (c.weight == 0.0f) continue;
     const IntermediateWord* words = IntermediateAt(intermediate, c.pixel, width, column);
     for (int n = 0; n < N; ++n) {
       const Floats4 products = __builtin_convertvector(LoadBytes(words + n), Floats4) * c.weight;
-      sums[n] += __builtin_convertvector(products, Doubles4);
+      sums[n] += __builtin_convertvector(products, TapDoubles);
     }
   }
   for (int n = 0; n < N; ++n) {
-    const Ints4 v = ChannelValues(sums[n], list.weightSum);  // lanes: blue, green, red, 0
+    const TapInts v = TapChannelValues(sums[n], list.weightSum);  // lanes: blue, green, red, 0
     Out::Store(out + kBytesPerPixel * n, static_cast<uint8_t>(v[2]), static_cast<uint8_t>(v[1]),
                static_cast<uint8_t>(v[0]));
   }
@@ -170,13 +124,6 @@ void VerticalLanesFrom(const IntermediateWord* intermediate, int32_t width,
   }
 }
 
-// The plain loops, one row at a time.
-template <class In>
-void HorizontalPlain(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
-                     int32_t width, IntermediateWord* const* outs) {
-  for (int32_t n = 0; n < count; ++n) HorizontalRowPlain<In>(rows[n], columns, width, outs[n]);
-}
-
 template <class Out>
 void VerticalVector(const IntermediateWord* intermediate, int32_t width,
                     const ContributorList& list, uint8_t* out) {
@@ -184,15 +131,8 @@ void VerticalVector(const IntermediateWord* intermediate, int32_t width,
 }
 
 // The AVX2 loops live in their own file, built for AVX2; they are chosen only on processors
-// that have it.
-template <class In>
-void HorizontalAvx2(const uint8_t* const* rows, int32_t count, const ContributorList* columns,
-                    int32_t width, IntermediateWord* const* outs) {
-  HorizontalRowsAvx2(rows, count, columns, width, PixelBytes{In::kBlue, In::kGreen, In::kRed},
-                     outs);
-}
-
-// Eight columns a vector per channel where the row is wide enough, the rest as above.
+// that have it. Eight columns a vector per channel where the row is wide enough, the rest as
+// above.
 template <class Out>
 void VerticalAvx2(const IntermediateWord* intermediate, int32_t width, const ContributorList& list,
                   uint8_t* out) {
@@ -202,22 +142,10 @@ void VerticalAvx2(const IntermediateWord* intermediate, int32_t width, const Con
   VerticalLanesFrom<Out>(intermediate, width, list, out, done);
 }
 
-template <class In>
-using HorizontalFn = void (*)(const uint8_t* const*, int32_t, const ContributorList*, int32_t,
-                              IntermediateWord* const*);
 template <class Out>
 using VerticalFn = void (*)(const IntermediateWord*, int32_t, const ContributorList&, uint8_t*);
 
-// The loops of that version for a read layout; formats without channels take the plain ones.
-template <class In>
-HorizontalFn<In> HorizontalFor(PixelLoops loops) {
-  if constexpr (In::kReads) {
-    if (loops == PixelLoops::Avx2) return HorizontalAvx2<In>;
-    if (loops != PixelLoops::Plain) return HorizontalVector<In>;
-  }
-  return HorizontalPlain<In>;
-}
-
+// The loops of that version for a store layout; formats without channels take the plain ones.
 template <class Out>
 VerticalFn<Out> VerticalFor(PixelLoops loops) {
   if constexpr (Out::kStores) {
@@ -227,22 +155,118 @@ VerticalFn<Out> VerticalFor(PixelLoops loops) {
   return VerticalRowPlain<Out>;
 }
 
+// --- Vector loops across: rows converted to doubles once (converted_rows.h) ---------------------
+// Source pixels a block of columns spans at most, unless one column alone spans more: 256
+// converted pixels of four rows take 24 KB, which stay in the first-level cache while the
+// block's taps read them again and again.
+constexpr int32_t kBlockPixels = 256;
+
+// The output columns split into blocks, worked out once per pass: the columns' contributors
+// are the same for every row.
+class ColumnBlocks {
+ public:
+  ColumnBlocks(const ContributorList* columns, int32_t width)
+      : blocks_(static_cast<uint64_t>(width) * sizeof(ColumnBlock)) {
+    if (!blocks_) return;
+    ColumnBlock block = {0, 0, INT32_MAX, INT32_MIN};
+    for (int32_t i = 0; i < width; ++i) {
+      int32_t lo = INT32_MAX, hi = INT32_MIN;
+      for (int32_t k = 0; k < columns[i].count; ++k) {
+        lo = std::min(lo, columns[i].entries[k].pixel);
+        hi = std::max(hi, columns[i].entries[k].pixel);
+      }
+      const int32_t blockLo = std::min(block.lo, lo), blockHi = std::max(block.hi, hi);
+      if (block.end > block.first && blockLo <= blockHi &&
+          int64_t{blockHi} - blockLo >= kBlockPixels) {
+        Add(block);
+        block = {i, i, lo, hi};
+      } else {
+        block.lo = blockLo;
+        block.hi = blockHi;
+      }
+      block.end = i + 1;
+    }
+    Add(block);
+  }
+
+  explicit operator bool() const { return static_cast<bool>(blocks_); }
+  const ColumnBlock* begin() const { return blocks_.get(); }
+  const ColumnBlock* end() const { return blocks_.get() + count_; }
+  // Pixels of the widest block.
+  int64_t widestSpan() const { return widestSpan_; }
+
+ private:
+  void Add(ColumnBlock block) {
+    if (block.lo > block.hi) block.lo = 0, block.hi = -1;  // columns without contributors
+    widestSpan_ = std::max(widestSpan_, int64_t{block.hi} - block.lo + 1);
+    blocks_[static_cast<size_t>(count_++)] = block;
+  }
+
+  WorkingBuffer<ColumnBlock> blocks_;
+  int32_t count_ = 0;
+  int64_t widestSpan_ = 0;
+};
+
+// Blue, green and red of pixels block.lo to block.hi of `rows` source rows, as doubles, in the
+// order converted_rows.h gives.
+template <class In>
+void ConvertBlock(const uint8_t* const* sources, int rows, const ColumnBlock& block,
+                  double* converted) {
+  const int stride = ConvertedStride(rows);
+  for (int n = 0; n < rows; ++n) {
+    const uint8_t* pixel = sources[n] + kBytesPerPixel * static_cast<ptrdiff_t>(block.lo);
+    double* out = converted + 3 * n;
+    for (int32_t p = block.lo; p <= block.hi; ++p, pixel += kBytesPerPixel, out += stride) {
+      out[0] = In::Blue(pixel);
+      out[1] = In::Green(pixel);
+      out[2] = In::Red(pixel);
+    }
+  }
+}
+
+// Every source row into the intermediate image, kConvertedRows rows at a time (the last few one
+// at a time) through `taps`; false, with nothing done, when its working memory cannot be had.
+template <class In>
+bool HorizontalLanes(const PictureReader& reader, const ContributorList* columns, int32_t width,
+                     IntermediateWord* intermediate, HorizontalTapsFn taps) {
+  const ColumnBlocks blocks(columns, width);
+  if (!blocks) return false;
+  const WorkingBuffer<double> converted(static_cast<uint64_t>(blocks.widestSpan()) *
+                                        ConvertedStride(kConvertedRows) * sizeof(double));
+  if (!converted) return false;
+  for (int32_t first = 0; first < reader.height;) {
+    const int rows = reader.height - first >= kConvertedRows ? kConvertedRows : 1;
+    const uint8_t* sources[kConvertedRows];
+    IntermediateWord* outs[kConvertedRows];
+    for (int n = 0; n < rows; ++n) {
+      sources[n] = reader.RowAddress(first + n);
+      outs[n] = intermediate + static_cast<ptrdiff_t>(first + n) * width;
+    }
+    for (const ColumnBlock& block : blocks) {
+      ConvertBlock<In>(sources, rows, block, converted.get());
+      taps(converted.get(), block, columns, rows, outs);
+    }
+    first += rows;
+  }
+  return true;
+}
+
 }  // namespace
 
 void HorizontalPass(const PictureReader& reader, const ContributorList* columns, int32_t width,
                     IntermediateWord* intermediate, PixelLoops loops) {
   // The store layout plays no part here.
   WithLayouts(reader.pixelFormat, 0, [&]<class In, class>() {
-    const HorizontalFn<In> resize = HorizontalFor<In>(loops);
-    for (int32_t first = 0; first < reader.height; first += kGroup) {
-      const int32_t count = std::min(reader.height - first, kGroup);
-      const uint8_t* rows[kGroup];
-      IntermediateWord* outs[kGroup];
-      for (int32_t n = 0; n < count; ++n) {
-        rows[n] = reader.RowAddress(first + n);
-        outs[n] = intermediate + static_cast<ptrdiff_t>(first + n) * width;
+    if constexpr (In::kReads) {
+      if (loops != PixelLoops::Plain &&
+          HorizontalLanes<In>(reader, columns, width, intermediate,
+                              loops == PixelLoops::Avx2 ? HorizontalTapsAvx2 : Taps)) {
+        return;
       }
-      resize(rows, count, columns, width, outs);
+    }
+    for (int32_t r = 0; r < reader.height; ++r) {
+      HorizontalRowPlain<In>(reader.RowAddress(r), columns, width,
+                             intermediate + static_cast<ptrdiff_t>(r) * width);
     }
   });
 }

@@ -46,18 +46,25 @@ HostConfig Host(AppKind app, int32_t layout, int32_t alphaLayout) {
   return config;
 }
 
+// The source pictures' sizes: widths and heights from 1 to these, and how many.
+struct Sources {
+  int32_t widest = 70, tallest = 40;
+  int trials = 40;
+};
+
 // Resizes random pictures to random sizes with each version of the loops.
-void CompareLoops(const HostConfig& config, const Resizer& resize, uint32_t seed) {
+void CompareLoops(const HostConfig& config, const Resizer& resize, uint32_t seed,
+                  Sources sources = {}) {
   ModuleHost env(config);
   std::mt19937 rng(seed);
   auto side = [&](int32_t lo, int32_t hi) {
     return std::uniform_int_distribution<int32_t>(lo, hi)(rng);
   };
   yield = {0, 0};
-  for (int trial = 0; trial < 40; ++trial) {
+  for (int trial = 0; trial < sources.trials; ++trial) {
     PictureOptions options;
     options.hasAlpha = trial % 3 == 1;
-    HostPicture* source = env.Picture(side(1, 70), side(1, 40), options);
+    HostPicture* source = env.Picture(side(1, sources.widest), side(1, sources.tallest), options);
     for (int32_t y = 0; y < source->height; ++y) {
       for (int32_t x = 0; x < 4 * source->width; ++x) source->Row(y)[x] = uint8_t(rng());
     }
@@ -123,6 +130,21 @@ TEST_P(ScaleLoops, ResamplerMatchesThePlainLoops) {
           return PictureScalingQPXWith(source, mode, width, height, 0, loops);
         },
         3 + uint32_t(mode)));
+  }
+}
+
+// Rows wide enough that the vector loops across work through their columns in several blocks
+// (a block's contributors span at most 256 source pixels, unless one column's alone span more),
+// and heights that leave groups of four rows and single rows.
+TEST_P(ScaleLoops, ResamplerMatchesThePlainLoopsOnWideRows) {
+  for (int32_t mode = 1; mode <= 7; ++mode) {
+    SCOPED_TRACE("mode " + std::to_string(mode));
+    EXPECT_IN_FRESH_PROCESS(
+        CompareLoops(GetParam().config,
+                     [mode](REALpicture source, int32_t width, int32_t height, PixelLoops loops) {
+                       return PictureScalingQPXWith(source, mode, width, height, 0, loops);
+                     },
+                     20 + uint32_t(mode), {1200, 9, 6}));
   }
 }
 
