@@ -14,17 +14,34 @@ struct ColumnBlock {
   int32_t lo, hi;
 };
 
-// Rows a group converts at most.
-constexpr int kConvertedRows = 4;
+// Where a source layout keeps its colours: every layout has its three colour bytes side by
+// side, from byte `first` on; `blue`, `green` and `red` count from there (0 to 2).
+struct ColourBytes {
+  int first;
+  int blue, green, red;
+};
 
-// Doubles a converted source pixel takes for a group of `rows` rows: blue, green and red of
-// row 0, then of row 1, ..., padded to whole 4-lane vectors (4 rows: 12, one row: 4).
+// Rows a group converts at most.
+constexpr int kConvertedRows = 8;
+
+// Doubles a converted source pixel takes for a group of `rows` rows: the three colour bytes of
+// row 0 in their order in the pixel, then of row 1, ..., padded to whole 4-lane vectors
+// (4 rows: 12, one row: 4).
 constexpr int ConvertedStride(int rows) {
   return (3 * rows + 3) / 4 * 4;
 }
 
-// Output columns `first` to `end` - 1 of `rows` intermediate rows (1 or kConvertedRows) from
-// `converted` (pixels block.lo to block.hi, ConvertedStride(rows) doubles each): each output
-// channel is the plain loop's sum, in its order, in one double lane.
-using HorizontalTapsFn = void (*)(const double* converted, const ColumnBlock& block,
-                                  const ContributorList* columns, int rows, uint32_t* const* outs);
+// Doubles the conversion of `span` pixels needs: the last pixel's last row stores a fourth
+// lane past its stride.
+constexpr uint64_t ConvertedDoubles(uint64_t span) {
+  return span * ConvertedStride(kConvertedRows) + 4;
+}
+
+// Output columns block.first to block.end - 1 of `rows` (1 or kConvertedRows) source rows at
+// `sources` into the intermediate rows at `outs`: converts the block's source pixels into
+// `converted` (ConvertedDoubles(span) doubles), then sums each output channel's taps, the plain
+// loop's operations in its order, in one double lane.
+using HorizontalBlockFn = void (*)(const uint8_t* const* sources, int rows,
+                                   const ColourBytes& colours, const ColumnBlock& block,
+                                   const ContributorList* columns, double* converted,
+                                   uint32_t* const* outs);

@@ -1,4 +1,4 @@
-// The taps of the pass across over converted rows (converted_rows.h), as file-local templates:
+// The pass across over converted rows (converted_rows.h), as file-local functions:
 // each file that includes this compiles its own copy for the instruction set it is built for,
 // with QPX_TAPS_TARGET (defined before the include) on every function. GCC's vector types
 // compile to SSE2 or NEON (two registers a vector) or, under an AVX2 target, to one register.
@@ -21,6 +21,43 @@ namespace {
 typedef double TapDoubles __attribute__((vector_size(32)));
 typedef int64_t TapLongs __attribute__((vector_size(32)));
 typedef int32_t TapInts __attribute__((vector_size(16)));
+typedef uint8_t TapBytes __attribute__((vector_size(16)));
+
+// The four bytes of `word`, byte 0 in lane 0: a byte shuffle with zeros, which compiles to a
+// few instructions where putting the bytes in another order or taking them out one by one
+// would not.
+QPX_TAPS_TARGET inline TapInts WidenBytes(uint32_t word) {
+  TapBytes bytes = {};
+  std::memcpy(&bytes, &word, sizeof word);
+  const TapBytes zero = {};
+  return reinterpret_cast<TapInts>(__builtin_shufflevector(bytes, zero, 0, 16, 16, 16, 1, 16, 16,
+                                                           16, 2, 16, 16, 16, 3, 16, 16, 16));
+}
+
+// The three colour bytes of the pixel at `p` and the byte after them (or 0), as doubles at
+// `out`.
+QPX_TAPS_TARGET inline void ConvertPixel(const uint8_t* p, int first, double* out) {
+  uint32_t word;
+  std::memcpy(&word, p, sizeof word);
+#ifdef QPX_TAPS_WIDEN_TO_DOUBLES
+  QPX_TAPS_WIDEN_TO_DOUBLES(word >> 8 * first, out);
+#else
+  const TapDoubles doubles = __builtin_convertvector(WidenBytes(word >> 8 * first), TapDoubles);
+  std::memcpy(out, &doubles, sizeof doubles);
+#endif
+}
+
+// Pixels block.lo to block.hi of `rows` rows, in the order converted_rows.h gives. Each row's
+// vector of four lands its fourth lane on the next row's first colour, stored after it, or,
+// after the last row, on the next pixel's first double or the buffer's padding.
+QPX_TAPS_TARGET inline void ConvertBlock(const uint8_t* const* sources, int rows, int first,
+                                         const ColumnBlock& block, double* converted) {
+  const int stride = ConvertedStride(rows);
+  for (int32_t p = block.lo; p <= block.hi; ++p, converted += stride) {
+    const ptrdiff_t offset = 4 * static_cast<ptrdiff_t>(p);
+    for (int n = 0; n < rows; ++n) ConvertPixel(sources[n] + offset, first, converted + 3 * n);
+  }
+}
 
 // trunc(sum / weightSum + 0.5) clamped to 0..255 in every lane: a quotient outside the 32-bit
 // range (or NaN) gives the most negative integer, which the clamping makes 0; within it,
@@ -36,8 +73,9 @@ QPX_TAPS_TARGET inline TapInts TapChannelValues(const TapDoubles& sums, float we
 }
 
 template <int Rows>
-QPX_TAPS_TARGET inline void TapsOf(const double* converted, const ColumnBlock& block,
-                                   const ContributorList* columns, uint32_t* const* outs) {
+QPX_TAPS_TARGET inline void TapsOf(const double* converted, const ColourBytes& colours,
+                                   const ColumnBlock& block, const ContributorList* columns,
+                                   uint32_t* const* outs) {
   constexpr int kStride = ConvertedStride(Rows), kVectors = kStride / 4;
   for (int32_t i = block.first; i < block.end; ++i) {
     const ContributorList& list = columns[i];
@@ -59,16 +97,23 @@ QPX_TAPS_TARGET inline void TapsOf(const double* converted, const ColumnBlock& b
       std::memcpy(values + 4 * v, &lanes, sizeof lanes);
     }
     for (int n = 0; n < Rows; ++n) {
-      outs[n][i] =
-          static_cast<uint32_t>(values[3 * n] | values[3 * n + 1] << 8 | values[3 * n + 2] << 16);
+      const int32_t* colour = values + 3 * n;
+      outs[n][i] = static_cast<uint32_t>(colour[colours.blue] | colour[colours.green] << 8 |
+                                         colour[colours.red] << 16);
     }
   }
 }
 
-QPX_TAPS_TARGET inline void Taps(const double* converted, const ColumnBlock& block,
-                                 const ContributorList* columns, int rows, uint32_t* const* outs) {
-  if (rows == kConvertedRows) return TapsOf<kConvertedRows>(converted, block, columns, outs);
-  TapsOf<1>(converted, block, columns, outs);
+// A HorizontalBlockFn.
+QPX_TAPS_TARGET inline void ConvertAndTap(const uint8_t* const* sources, int rows,
+                                          const ColourBytes& colours, const ColumnBlock& block,
+                                          const ContributorList* columns, double* converted,
+                                          uint32_t* const* outs) {
+  ConvertBlock(sources, rows, colours.first, block, converted);
+  if (rows == kConvertedRows) {
+    return TapsOf<kConvertedRows>(converted, colours, block, columns, outs);
+  }
+  TapsOf<1>(converted, colours, block, columns, outs);
 }
 
 }  // namespace

@@ -13,7 +13,14 @@
 #include <cstring>
 
 #define QPX_AVX2 __attribute__((target("avx2")))
+// The four bytes of `word` as doubles at `out`: one byte widening and one conversion, where the
+// generic vector code takes two of each and a merge.
+QPX_AVX2 inline void WidenToDoubles(uint32_t word, double* out) {
+  const __m128i ints = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(static_cast<int>(word)));
+  _mm256_storeu_pd(out, _mm256_cvtepi32_pd(ints));
+}
 #define QPX_TAPS_TARGET QPX_AVX2
+#define QPX_TAPS_WIDEN_TO_DOUBLES WidenToDoubles
 #include "horizontal_taps.h"
 
 namespace {
@@ -48,9 +55,11 @@ QPX_AVX2 inline __m256i Channel(const Sums& sums, __m256d weightSum, int shift) 
 
 }  // namespace
 
-QPX_AVX2 void HorizontalTapsAvx2(const double* converted, const ColumnBlock& block,
-                                 const ContributorList* columns, int rows, uint32_t* const* outs) {
-  Taps(converted, block, columns, rows, outs);
+QPX_AVX2 void HorizontalBlockAvx2(const uint8_t* const* sources, int rows,
+                                  const ColourBytes& colours, const ColumnBlock& block,
+                                  const ContributorList* columns, double* converted,
+                                  uint32_t* const* outs) {
+  ConvertAndTap(sources, rows, colours, block, columns, converted, outs);
 }
 
 QPX_AVX2 int32_t VerticalColumnsAvx2(const uint32_t* intermediate, int32_t width,
@@ -84,8 +93,8 @@ QPX_AVX2 int32_t VerticalColumnsAvx2(const uint32_t* intermediate, int32_t width
 
 #else
 
-void HorizontalTapsAvx2(const double*, const ColumnBlock&, const ContributorList*, int,
-                        uint32_t* const*) {}
+void HorizontalBlockAvx2(const uint8_t* const*, int, const ColourBytes&, const ColumnBlock&,
+                         const ContributorList*, double*, uint32_t* const*) {}
 
 int32_t VerticalColumnsAvx2(const uint32_t*, int32_t, const ContributorList&, const WordLayout&,
                             uint8_t*) {

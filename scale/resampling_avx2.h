@@ -14,9 +14,10 @@ struct WordLayout {
   uint32_t fourth;
 };
 
-// The pass across's taps (a HorizontalTapsFn) in 256-bit registers.
-void HorizontalTapsAvx2(const double* converted, const ColumnBlock& block,
-                        const ContributorList* columns, int rows, uint32_t* const* outs);
+// A block of the pass across (a HorizontalBlockFn) in 256-bit registers.
+void HorizontalBlockAvx2(const uint8_t* const* sources, int rows, const ColourBytes& colours,
+                         const ColumnBlock& block, const ContributorList* columns,
+                         double* converted, uint32_t* const* outs);
 
 // Columns 0 to `width` - 1 of one output row, eight at a time, from `intermediate` through
 // `list`; returns how many columns it did (a multiple of eight), leaving the rest to the

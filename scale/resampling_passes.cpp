@@ -73,18 +73,15 @@ void VerticalRowPlain(const IntermediateWord* intermediate, int32_t width,
 
 // --- Vector loops down: the four bytes of an intermediate word in four double lanes ------------
 // Each lane does one channel's plain operations in the plain order; the lane of the fourth byte
-// is worked out too and left unused (TapDoubles and TapChannelValues are horizontal_taps.h's).
+// is worked out too and left unused (the vector types, WidenBytes and TapChannelValues are
+// horizontal_taps.h's).
 typedef float Floats4 __attribute__((vector_size(16)));
-typedef uint8_t Bytes16 __attribute__((vector_size(16)));
 
-// The four bytes at `p` as 32-bit lanes, byte 0 in lane 0: a byte shuffle, which compiles to
-// a few instructions where a lane-by-lane conversion would take each byte out on its own.
-inline TapInts LoadBytes(const void* p) {
-  Bytes16 bytes = {};
-  std::memcpy(&bytes, p, 4);
-  const Bytes16 zero = {};
-  return reinterpret_cast<TapInts>(__builtin_shufflevector(bytes, zero, 0, 16, 16, 16, 1, 16, 16,
-                                                           16, 2, 16, 16, 16, 3, 16, 16, 16));
+// The intermediate word at `p` in four 32-bit lanes, blue in lane 0.
+inline TapInts LoadBytes(const IntermediateWord* p) {
+  IntermediateWord word;
+  std::memcpy(&word, p, sizeof word);
+  return WidenBytes(word);
 }
 
 // Each pixel's sum is one serial chain of additions, so several pixels are worked out side by
@@ -159,7 +156,7 @@ VerticalFn<Out> VerticalFor(PixelLoops loops) {
 // Source pixels a block of columns spans at most, unless one column alone spans more: 256
 // converted pixels of four rows take 24 KB, which stay in the first-level cache while the
 // block's taps read them again and again.
-constexpr int32_t kBlockPixels = 256;
+constexpr int32_t kBlockPixels = 128;
 
 // The output columns split into blocks, worked out once per pass: the columns' contributors
 // are the same for every row.
@@ -207,32 +204,17 @@ class ColumnBlocks {
   int64_t widestSpan_ = 0;
 };
 
-// Blue, green and red of pixels block.lo to block.hi of `rows` source rows, as doubles, in the
-// order converted_rows.h gives.
-template <class In>
-void ConvertBlock(const uint8_t* const* sources, int rows, const ColumnBlock& block,
-                  double* converted) {
-  const int stride = ConvertedStride(rows);
-  for (int n = 0; n < rows; ++n) {
-    const uint8_t* pixel = sources[n] + kBytesPerPixel * static_cast<ptrdiff_t>(block.lo);
-    double* out = converted + 3 * n;
-    for (int32_t p = block.lo; p <= block.hi; ++p, pixel += kBytesPerPixel, out += stride) {
-      out[0] = In::Blue(pixel);
-      out[1] = In::Green(pixel);
-      out[2] = In::Red(pixel);
-    }
-  }
-}
-
 // Every source row into the intermediate image, kConvertedRows rows at a time (the last few one
 // at a time) through `taps`; false, with nothing done, when its working memory cannot be had.
 template <class In>
 bool HorizontalLanes(const PictureReader& reader, const ContributorList* columns, int32_t width,
-                     IntermediateWord* intermediate, HorizontalTapsFn taps) {
+                     IntermediateWord* intermediate, HorizontalBlockFn convertAndTap) {
+  constexpr int kFirst = std::min({In::kBlue, In::kGreen, In::kRed});
+  static_assert(std::max({In::kBlue, In::kGreen, In::kRed}) == kFirst + 2);
+  const ColourBytes colours = {kFirst, In::kBlue - kFirst, In::kGreen - kFirst, In::kRed - kFirst};
   const ColumnBlocks blocks(columns, width);
   if (!blocks) return false;
-  const WorkingBuffer<double> converted(static_cast<uint64_t>(blocks.widestSpan()) *
-                                        ConvertedStride(kConvertedRows) * sizeof(double));
+  const WorkingBuffer<double> converted(ConvertedDoubles(blocks.widestSpan()) * sizeof(double));
   if (!converted) return false;
   for (int32_t first = 0; first < reader.height;) {
     const int rows = reader.height - first >= kConvertedRows ? kConvertedRows : 1;
@@ -243,8 +225,7 @@ bool HorizontalLanes(const PictureReader& reader, const ContributorList* columns
       outs[n] = intermediate + static_cast<ptrdiff_t>(first + n) * width;
     }
     for (const ColumnBlock& block : blocks) {
-      ConvertBlock<In>(sources, rows, block, converted.get());
-      taps(converted.get(), block, columns, rows, outs);
+      convertAndTap(sources, rows, colours, block, columns, converted.get(), outs);
     }
     first += rows;
   }
@@ -260,7 +241,7 @@ void HorizontalPass(const PictureReader& reader, const ContributorList* columns,
     if constexpr (In::kReads) {
       if (loops != PixelLoops::Plain &&
           HorizontalLanes<In>(reader, columns, width, intermediate,
-                              loops == PixelLoops::Avx2 ? HorizontalTapsAvx2 : Taps)) {
+                              loops == PixelLoops::Avx2 ? HorizontalBlockAvx2 : ConvertAndTap)) {
         return;
       }
     }
