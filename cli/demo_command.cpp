@@ -144,11 +144,23 @@ std::string ResultFigure(const DemoResult& result) {
                 result.shownWidth, result.transparent);
 }
 
+// The documentation's method pages (docs/methods in the source tree qpx was built from) as a
+// path relative to `dir`, or empty when they are not there.
+std::string MethodPagesFrom(const std::filesystem::path& dir) {
+  std::error_code error;
+  const std::filesystem::path pages = std::filesystem::path(QPX_SOURCE_DIR) / "docs" / "methods";
+  if (!std::filesystem::is_directory(pages, error)) return "";
+  const std::filesystem::path relative = std::filesystem::relative(pages, dir, error);
+  return error ? "" : relative.generic_string();
+}
+
 // `results` holds the results of the first host in the order of DemoCalls(), then those of the
 // second.
+// `methodPages` is the folder of the methods' documentation pages as seen from the sheet, or
+// empty when there is none.
 std::string ContactSheet(const std::vector<DemoInput>& inputs,
                          const std::vector<DemoResult>& results,
-                         const PictureCommandOptions& options) {
+                         const PictureCommandOptions& options, const std::string& methodPages) {
   std::string page =
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
       "<title>qpx demo</title>\n<style>\n"
@@ -185,7 +197,13 @@ std::string ContactSheet(const std::vector<DemoInput>& inputs,
   for (size_t first = 0; first < calls.size();) {
     size_t end = first + 1;
     while (end < calls.size() && calls[end].section == calls[first].section) ++end;
-    page += "<h2>" + Html(calls[first].section) + "</h2>\n";
+    page += "<h2>" + Html(calls[first].section);
+    if (!methodPages.empty()) {
+      const std::string& method = calls[first].call.method;
+      page += " <small><a href=\"" + Html(methodPages + "/" + method + ".md") + "\">" +
+              Html(method) + " reference</a></small>";
+    }
+    page += "</h2>\n";
     for (size_t host = 0; host < std::size(kDemoHosts); ++host) {
       page += "<div class=\"sheet\">\n";
       for (size_t i = first; i < end; ++i) page += ResultFigure(results[host * calls.size() + i]);
@@ -420,7 +438,7 @@ void RunDemo(const PictureCommandOptions& options, const std::string& directory)
   bar.Finish();
 
   const std::string index = (dir / "index.html").string();
-  WriteTextFile(index, ContactSheet(inputs, results, options));
+  WriteTextFile(index, ContactSheet(inputs, results, options, MethodPagesFrom(dir)));
   std::printf("wrote %zu pictures and the contact sheet %s\n", inputs.size() + results.size(),
               index.c_str());
 }
