@@ -9,7 +9,8 @@ if [ "${QPX_CCACHE:-1}" != 0 ] && command -v ccache >/dev/null; then
   export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/qpx-ccache}
   export CCACHE_MAXSIZE=${CCACHE_MAXSIZE:-6G}
   # The precompiled test framework headers are cached as well. Source paths stay absolute
-  # (no CCACHE_BASEDIR): a test finds the README through its own __FILE__.
+  # (no CCACHE_BASEDIR): the tests get their source and build folders as absolute paths in
+  # macros, so a clone in another folder could not share their objects anyway.
   export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros,include_file_mtime,include_file_ctime}
   QPX_CACHE_OPTIONS=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
