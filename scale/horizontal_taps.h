@@ -53,6 +53,17 @@ QPX_TAPS_TARGET inline void ConvertPixel(const uint8_t* p, int first, double* ou
 QPX_TAPS_TARGET inline void ConvertBlock(const uint8_t* const* sources, int rows, int first,
                                          const ColumnBlock& block, double* converted) {
   const int stride = ConvertedStride(rows);
+#ifdef QPX_TAPS_FOUR_ROWS
+  // Four rows' colours at a time, as three whole vectors.
+  if (rows % 4 == 0) {
+    const QPX_TAPS_FOUR_ROWS convert(first);
+    for (int32_t p = block.lo; p <= block.hi; ++p, converted += stride) {
+      const ptrdiff_t offset = 4 * static_cast<ptrdiff_t>(p);
+      for (int n = 0; n < rows; n += 4) convert(sources + n, offset, converted + 3 * n);
+    }
+    return;
+  }
+#endif
   for (int32_t p = block.lo; p <= block.hi; ++p, converted += stride) {
     const ptrdiff_t offset = 4 * static_cast<ptrdiff_t>(p);
     for (int n = 0; n < rows; ++n) ConvertPixel(sources[n] + offset, first, converted + 3 * n);

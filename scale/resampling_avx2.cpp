@@ -19,8 +19,41 @@ QPX_AVX2 inline void WidenToDoubles(uint32_t word, double* out) {
   const __m128i ints = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(static_cast<int>(word)));
   _mm256_storeu_pd(out, _mm256_cvtepi32_pd(ints));
 }
+// The colour bytes of one pixel in four rows as twelve doubles, row after row: the four
+// pixels' words in one register, then three byte shuffles, each giving four colour bytes as
+// 32-bit lanes, converted and stored whole.
+class FourRows {
+ public:
+  QPX_AVX2 explicit FourRows(int first) {
+    for (int k = 0; k < 3; ++k) {
+      alignas(16) int8_t bytes[16];
+      for (int lane = 0; lane < 4; ++lane) {
+        const int colour = 4 * k + lane;  // row colour / 3, channel colour % 3
+        bytes[4 * lane] = static_cast<int8_t>(4 * (colour / 3) + first + colour % 3);
+        bytes[4 * lane + 1] = bytes[4 * lane + 2] = bytes[4 * lane + 3] = -128;  // zero
+      }
+      masks_[k] = _mm_load_si128(reinterpret_cast<const __m128i*>(bytes));
+    }
+  }
+  QPX_AVX2 void operator()(const uint8_t* const* sources, ptrdiff_t offset, double* out) const {
+    const __m128i words = _mm_setr_epi32(Word(sources[0] + offset), Word(sources[1] + offset),
+                                         Word(sources[2] + offset), Word(sources[3] + offset));
+    for (int k = 0; k < 3; ++k) {
+      _mm256_storeu_pd(out + 4 * k, _mm256_cvtepi32_pd(_mm_shuffle_epi8(words, masks_[k])));
+    }
+  }
+
+ private:
+  static int Word(const uint8_t* p) {
+    int word;
+    std::memcpy(&word, p, sizeof word);
+    return word;
+  }
+  __m128i masks_[3];
+};
 #define QPX_TAPS_TARGET QPX_AVX2
 #define QPX_TAPS_WIDEN_TO_DOUBLES WidenToDoubles
+#define QPX_TAPS_FOUR_ROWS FourRows
 #include "horizontal_taps.h"
 
 namespace {
