@@ -155,9 +155,8 @@ std::string MethodPagesFrom(const std::filesystem::path& dir) {
 }
 
 // `results` holds the results of the first host in the order of DemoCalls(), then those of the
-// second.
-// `methodPages` is the folder of the methods' documentation pages as seen from the sheet, or
-// empty when there is none.
+// second; `methodPages` is the folder of the methods' documentation pages as seen from the
+// sheet, or empty when there is none.
 std::string ContactSheet(const std::vector<DemoInput>& inputs,
                          const std::vector<DemoResult>& results,
                          const PictureCommandOptions& options, const std::string& methodPages) {

@@ -26,7 +26,7 @@ constexpr int kConvertedRows = 8;
 
 // Doubles a converted source pixel takes for a group of `rows` rows: the three colour bytes of
 // row 0 in their order in the pixel, then of row 1, ..., padded to whole 4-lane vectors
-// (4 rows: 12, one row: 4).
+// (8 rows: 24, one row: 4).
 constexpr int ConvertedStride(int rows) {
   return (3 * rows + 3) / 4 * 4;
 }
