@@ -37,11 +37,26 @@ constexpr uint64_t ConvertedDoubles(uint64_t span) {
   return span * ConvertedStride(kConvertedRows) + 4;
 }
 
+// A contributor as the taps read it, worked out once per pass: its float weight widened to
+// double, and its source pixel counted from its column's block.lo. Contributors of weight 0 are
+// left out, as the plain loop skips them.
+struct Tap {
+  double weight;
+  int32_t pixel;
+};
+
+// An output column's taps, taps[begin] to taps[end - 1] in the contributors' order, and its
+// weight sum.
+struct TapColumn {
+  int32_t begin, end;
+  float weightSum;
+};
+
 // Output columns block.first to block.end - 1 of `rows` (1 or kConvertedRows) source rows at
 // `sources` into the intermediate rows at `outs`: converts the block's source pixels into
 // `converted` (ConvertedDoubles(span) doubles), then sums each output channel's taps, the plain
 // loop's operations in its order, in one double lane.
 using HorizontalBlockFn = void (*)(const uint8_t* const* sources, int rows,
                                    const ColourBytes& colours, const ColumnBlock& block,
-                                   const ContributorList* columns, double* converted,
+                                   const TapColumn* columns, const Tap* taps, double* converted,
                                    uint32_t* const* outs);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "converted_rows.h"
+#include "exact_reciprocal.h"
 
 #ifndef QPX_TAPS_TARGET
 #error "define QPX_TAPS_TARGET before including horizontal_taps.h"
@@ -57,7 +58,13 @@ QPX_TAPS_TARGET inline void ConvertBlock(const uint8_t* const* sources, int rows
   // Four rows' colours at a time, as three whole vectors.
   if (rows % 4 == 0) {
     const QPX_TAPS_FOUR_ROWS convert(first);
-    for (int32_t p = block.lo; p <= block.hi; ++p, converted += stride) {
+    int32_t p = block.lo;
+    for (; p <= block.hi - 3; p += 4, converted += 4 * stride) {
+      const ptrdiff_t offset = 4 * static_cast<ptrdiff_t>(p);
+      for (int n = 0; n < rows; n += 4)
+        convert.Four(sources + n, offset, converted + 3 * n, stride);
+    }
+    for (; p <= block.hi; ++p, converted += stride) {
       const ptrdiff_t offset = 4 * static_cast<ptrdiff_t>(p);
       for (int n = 0; n < rows; n += 4) convert(sources + n, offset, converted + 3 * n);
     }
@@ -70,12 +77,15 @@ QPX_TAPS_TARGET inline void ConvertBlock(const uint8_t* const* sources, int rows
   }
 }
 
-// trunc(sum / weightSum + 0.5) clamped to 0..255 in every lane: a quotient outside the 32-bit
-// range (or NaN) gives the most negative integer, which the clamping makes 0; within it,
-// clamping before the truncation gives what clamping after it would.
-QPX_TAPS_TARGET inline TapInts TapChannelValues(const TapDoubles& sums, float weightSum) {
+// trunc(sum / weightSum + 0.5) clamped to 0..255 in every lane, the quotient taken as a product
+// when `reciprocal` (ExactReciprocal(weightSum)) is not 0: a quotient outside the 32-bit range
+// (or NaN) gives the most negative integer, which the clamping makes 0; within it, clamping
+// before the truncation gives what clamping after it would.
+QPX_TAPS_TARGET inline TapInts TapChannelValues(const TapDoubles& sums, float weightSum,
+                                                double reciprocal) {
   const TapDoubles zero = {0, 0, 0, 0}, top = {255, 255, 255, 255};
-  TapDoubles q = sums / static_cast<double>(weightSum) + 0.5;
+  TapDoubles q =
+      (reciprocal != 0.0 ? sums * reciprocal : sums / static_cast<double>(weightSum)) + 0.5;
   const TapLongs inRange = (q > -2147483649.0) & (q < 2147483648.0);
   q = inRange ? q : zero;
   q = q > zero ? q : zero;
@@ -85,26 +95,24 @@ QPX_TAPS_TARGET inline TapInts TapChannelValues(const TapDoubles& sums, float we
 
 template <int Rows>
 QPX_TAPS_TARGET inline void TapsOf(const double* converted, const ColourBytes& colours,
-                                   const ColumnBlock& block, const ContributorList* columns,
-                                   uint32_t* const* outs) {
+                                   const ColumnBlock& block, const TapColumn* columns,
+                                   const Tap* taps, uint32_t* const* outs) {
   constexpr int kStride = ConvertedStride(Rows), kVectors = kStride / 4;
   for (int32_t i = block.first; i < block.end; ++i) {
-    const ContributorList& list = columns[i];
+    const TapColumn& column = columns[i];
     TapDoubles sums[kVectors] = {};
-    for (int32_t k = 0; k < list.count; ++k) {
-      const Contributor& c = list.entries[k];
-      if (c.weight == 0.0f) continue;
-      const double* pixel = converted + static_cast<ptrdiff_t>(c.pixel - block.lo) * kStride;
-      const double weight = c.weight;
+    for (const Tap* tap = taps + column.begin; tap != taps + column.end; ++tap) {
+      const double* pixel = converted + static_cast<ptrdiff_t>(tap->pixel) * kStride;
       for (int v = 0; v < kVectors; ++v) {
         TapDoubles channels;
         std::memcpy(&channels, pixel + 4 * v, sizeof channels);
-        sums[v] += channels * weight;
+        sums[v] += channels * tap->weight;
       }
     }
     int32_t values[kStride];
+    const double reciprocal = ExactReciprocal(column.weightSum);
     for (int v = 0; v < kVectors; ++v) {
-      const TapInts lanes = TapChannelValues(sums[v], list.weightSum);
+      const TapInts lanes = TapChannelValues(sums[v], column.weightSum, reciprocal);
       std::memcpy(values + 4 * v, &lanes, sizeof lanes);
     }
     for (int n = 0; n < Rows; ++n) {
@@ -118,13 +126,13 @@ QPX_TAPS_TARGET inline void TapsOf(const double* converted, const ColourBytes& c
 // A HorizontalBlockFn.
 QPX_TAPS_TARGET inline void ConvertAndTap(const uint8_t* const* sources, int rows,
                                           const ColourBytes& colours, const ColumnBlock& block,
-                                          const ContributorList* columns, double* converted,
-                                          uint32_t* const* outs) {
+                                          const TapColumn* columns, const Tap* taps,
+                                          double* converted, uint32_t* const* outs) {
   ConvertBlock(sources, rows, colours.first, block, converted);
   if (rows == kConvertedRows) {
-    return TapsOf<kConvertedRows>(converted, colours, block, columns, outs);
+    return TapsOf<kConvertedRows>(converted, colours, block, columns, taps, outs);
   }
-  TapsOf<1>(converted, colours, block, columns, outs);
+  TapsOf<1>(converted, colours, block, columns, taps, outs);
 }
 
 }  // namespace

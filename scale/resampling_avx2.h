@@ -16,7 +16,7 @@ struct WordLayout {
 
 // A block of the pass across (a HorizontalBlockFn) in 256-bit registers.
 void HorizontalBlockAvx2(const uint8_t* const* sources, int rows, const ColourBytes& colours,
-                         const ColumnBlock& block, const ContributorList* columns,
+                         const ColumnBlock& block, const TapColumn* columns, const Tap* taps,
                          double* converted, uint32_t* const* outs);
 
 // Columns 0 to `width` - 1 of one output row, eight at a time, from `intermediate` through

@@ -101,8 +101,10 @@ inline void VerticalColumnsLanes(const IntermediateWord* intermediate, int32_t w
       sums[n] += __builtin_convertvector(products, TapDoubles);
     }
   }
+  const double reciprocal = ExactReciprocal(list.weightSum);
   for (int n = 0; n < N; ++n) {
-    const TapInts v = TapChannelValues(sums[n], list.weightSum);  // lanes: blue, green, red, 0
+    const TapInts v =
+        TapChannelValues(sums[n], list.weightSum, reciprocal);  // lanes: blue, green, red, 0
     Out::Store(out + kBytesPerPixel * n, static_cast<uint8_t>(v[2]), static_cast<uint8_t>(v[1]),
                static_cast<uint8_t>(v[0]));
   }
@@ -158,13 +160,15 @@ VerticalFn<Out> VerticalFor(PixelLoops loops) {
 // block's taps read them again and again.
 constexpr int32_t kBlockPixels = 128;
 
-// The output columns split into blocks, worked out once per pass: the columns' contributors
-// are the same for every row.
-class ColumnBlocks {
+// The output columns split into blocks and their contributors as taps, worked out once per
+// pass: the columns' contributors are the same for every row.
+class AcrossTaps {
  public:
-  ColumnBlocks(const ContributorList* columns, int32_t width)
-      : blocks_(static_cast<uint64_t>(width) * sizeof(ColumnBlock)) {
-    if (!blocks_) return;
+  AcrossTaps(const ContributorList* columns, int32_t width)
+      : blocks_(static_cast<uint64_t>(width) * sizeof(ColumnBlock)),
+        columns_(static_cast<uint64_t>(width) * sizeof(TapColumn)),
+        taps_(TapCount(columns, width) * sizeof(Tap)) {
+    if (!blocks_ || !columns_ || !taps_) return;
     ColumnBlock block = {0, 0, INT32_MAX, INT32_MIN};
     for (int32_t i = 0; i < width; ++i) {
       int32_t lo = INT32_MAX, hi = INT32_MIN;
@@ -184,24 +188,56 @@ class ColumnBlocks {
       block.end = i + 1;
     }
     Add(block);
+    FillTaps(columns);
+    ready_ = true;
   }
 
-  explicit operator bool() const { return static_cast<bool>(blocks_); }
+  explicit operator bool() const { return ready_; }
   const ColumnBlock* begin() const { return blocks_.get(); }
   const ColumnBlock* end() const { return blocks_.get() + count_; }
+  const TapColumn* columns() const { return columns_.get(); }
+  const Tap* taps() const { return taps_.get(); }
   // Pixels of the widest block.
   int64_t widestSpan() const { return widestSpan_; }
 
  private:
+  // Contributors of weight other than 0, at least 1 (a buffer of 0 bytes cannot be had).
+  static uint64_t TapCount(const ContributorList* columns, int32_t width) {
+    uint64_t taps = 1;
+    for (int32_t i = 0; i < width; ++i) {
+      for (int32_t k = 0; k < columns[i].count; ++k) taps += columns[i].entries[k].weight != 0.0f;
+    }
+    return taps;
+  }
+
   void Add(ColumnBlock block) {
     if (block.lo > block.hi) block.lo = 0, block.hi = -1;  // columns without contributors
     widestSpan_ = std::max(widestSpan_, int64_t{block.hi} - block.lo + 1);
     blocks_[static_cast<size_t>(count_++)] = block;
   }
 
+  void FillTaps(const ContributorList* columns) {
+    int32_t next = 0;
+    for (const ColumnBlock& block : *this) {
+      for (int32_t i = block.first; i < block.end; ++i) {
+        const ContributorList& list = columns[i];
+        columns_[static_cast<size_t>(i)] = {next, next, list.weightSum};
+        for (int32_t k = 0; k < list.count; ++k) {
+          const Contributor& c = list.entries[k];
+          if (c.weight == 0.0f) continue;
+          taps_[static_cast<size_t>(next++)] = {c.weight, c.pixel - block.lo};
+        }
+        columns_[static_cast<size_t>(i)].end = next;
+      }
+    }
+  }
+
   WorkingBuffer<ColumnBlock> blocks_;
+  WorkingBuffer<TapColumn> columns_;
+  WorkingBuffer<Tap> taps_;
   int32_t count_ = 0;
   int64_t widestSpan_ = 0;
+  bool ready_ = false;
 };
 
 // Every source row into the intermediate image, kConvertedRows rows at a time (the last few one
@@ -212,7 +248,7 @@ bool HorizontalLanes(const PictureReader& reader, const ContributorList* columns
   constexpr int kFirst = std::min({In::kBlue, In::kGreen, In::kRed});
   static_assert(std::max({In::kBlue, In::kGreen, In::kRed}) == kFirst + 2);
   const ColourBytes colours = {kFirst, In::kBlue - kFirst, In::kGreen - kFirst, In::kRed - kFirst};
-  const ColumnBlocks blocks(columns, width);
+  const AcrossTaps blocks(columns, width);
   if (!blocks) return false;
   const WorkingBuffer<double> converted(ConvertedDoubles(blocks.widestSpan()) * sizeof(double));
   if (!converted) return false;
@@ -225,7 +261,8 @@ bool HorizontalLanes(const PictureReader& reader, const ContributorList* columns
       outs[n] = intermediate + static_cast<ptrdiff_t>(first + n) * width;
     }
     for (const ColumnBlock& block : blocks) {
-      convertAndTap(sources, rows, colours, block, columns, converted.get(), outs);
+      convertAndTap(sources, rows, colours, block, blocks.columns(), blocks.taps(), converted.get(),
+                    outs);
     }
     first += rows;
   }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "exact_reciprocal.h"
 #include "int_conversion.h"
 #include "module_host.h"
 #include "picture_bytes.h"
@@ -33,9 +34,25 @@ struct ListCase {
 // Quotients beyond 2^31 for large channel values and within it for small ones (1e-7), only
 // beyond it (0, denormal, negative zero), negative ones, NaN from 0 / 0, and ordinary ones.
 const std::vector<ListCase> kLists = {
-    {{1.0f}, 1e-7f},         {{1.0f}, 0.0f},         {{1.0f}, -1e-7f},      {{}, 0.0f},
-    {{1.0f}, 1e-45f},        {{0.5f, 0.5f}, 1.0f},   {{1.0f}, 1.0f / 255},  {{-1.0f, 2.0f}, 1.0f},
-    {{1.0f}, 4.656613e-10f}, {{2.0f, -1.0f}, -0.0f}, {{0.0f, 1.0f}, 3e-9f},
+    {{1.0f}, 1e-7f},
+    {{1.0f}, 0.0f},
+    {{1.0f}, -1e-7f},
+    {{}, 0.0f},
+    {{1.0f}, 1e-45f},
+    {{0.5f, 0.5f}, 1.0f},
+    {{1.0f}, 1.0f / 255},
+    {{-1.0f, 2.0f}, 1.0f},
+    {{1.0f}, 4.656613e-10f},
+    {{2.0f, -1.0f}, -0.0f},
+    {{0.0f, 1.0f}, 3e-9f},
+    // Powers of two, which the vector loops divide by as products: ordinary, negative, the
+    // smallest normal one (quotients beyond 2^31) and a denormal one (divided).
+    {{1.0f, 1.0f}, 2.0f},
+    {{0.75f, 0.25f}, 0.25f},
+    {{1.0f}, -0.5f},
+    {{1.0f}, 0x1p-126f},
+    {{1.0f}, 0x1p-149f},
+    {{3.0f, 5.0f}, 8.0f},
 };
 
 // The lists, their entries kept in `storage`.
@@ -146,6 +163,34 @@ FRESH_TEST(ResamplingLanes, VerticalPassGivesTheRulesValues) {
       }
     }
     env.host.Unlock(result);
+  }
+}
+
+// A quotient by a power of two is the product by its reciprocal for every double, NaN,
+// infinities, zeros and denormals among them; any other sum has no such reciprocal.
+TEST(ResamplingLanes, ExactReciprocalsAreThoseOfPowersOfTwo) {
+  for (int exponent = -126; exponent <= 127; ++exponent) {
+    for (float sign : {1.0f, -1.0f}) {
+      const float weightSum = sign * std::ldexp(1.0f, exponent);
+      const double reciprocal = ExactReciprocal(weightSum);
+      ASSERT_EQ(reciprocal, sign / std::ldexp(1.0, exponent)) << weightSum;
+      for (double sum :
+           std::initializer_list<double>{0.0, -0.0, 1.0, 255.0 * 3.0, 1e-310, 0.1, 1e300, -7.25,
+                                         INFINITY, NAN, std::nextafter(1.0, 2.0), 123456.789}) {
+        const double quotient = sum / static_cast<double>(weightSum);
+        const double product = sum * reciprocal;
+        if (std::isnan(quotient)) {
+          EXPECT_TRUE(std::isnan(product)) << sum << " / " << weightSum;
+        } else {
+          EXPECT_EQ(std::signbit(product), std::signbit(quotient)) << sum << " / " << weightSum;
+          EXPECT_EQ(product, quotient) << sum << " / " << weightSum;
+        }
+      }
+    }
+  }
+  for (float weightSum :
+       {0.0f, -0.0f, 3.0f, 1.0f / 3, 0x1p-149f, 0x1.8p-130f, 4.000001f, INFINITY, -INFINITY, NAN}) {
+    EXPECT_EQ(ExactReciprocal(weightSum), 0.0) << weightSum;
   }
 }
 

@@ -50,6 +50,9 @@ HostConfig Host(AppKind app, int32_t layout, int32_t alphaLayout) {
 struct Sources {
   int32_t widest = 70, tallest = 40;
   int trials = 40;
+  // Shrinks by 2, 4 or 8 on both sides only, whose triangle and box weights sum to a power of
+  // two (the loops then take each quotient as a product).
+  bool wholeFactors = false;
 };
 
 // Resizes random pictures to random sizes with each version of the loops.
@@ -64,13 +67,16 @@ void CompareLoops(const HostConfig& config, const Resizer& resize, uint32_t seed
   for (int trial = 0; trial < sources.trials; ++trial) {
     PictureOptions options;
     options.hasAlpha = trial % 3 == 1;
-    HostPicture* source = env.Picture(side(1, sources.widest), side(1, sources.tallest), options);
+    const int32_t factor = sources.wholeFactors ? 1 << side(1, 3) : 1;
+    HostPicture* source = env.Picture(factor * side(1, sources.widest / factor),
+                                      factor * side(1, sources.tallest / factor), options);
     for (int32_t y = 0; y < source->height; ++y) {
       for (int32_t x = 0; x < 4 * source->width; ++x) source->Row(y)[x] = uint8_t(rng());
     }
     // Shrinking by up to 40 (box widths past the 16 of the vector boxes) and growing by up to 5.
-    const int32_t width = trial % 4 == 0 ? side(1, 4) : side(1, 5 * source->width);
-    const int32_t height = side(1, 3 * source->height);
+    int32_t width = trial % 4 == 0 ? side(1, 4) : side(1, 5 * source->width);
+    int32_t height = side(1, 3 * source->height);
+    if (sources.wholeFactors) width = source->width / factor, height = source->height / factor;
     SCOPED_TRACE(std::to_string(source->width) + "x" + std::to_string(source->height) + " to " +
                  std::to_string(width) + "x" + std::to_string(height) +
                  (options.hasAlpha ? " with alpha" : ""));
@@ -134,7 +140,7 @@ TEST_P(ScaleLoops, ResamplerMatchesThePlainLoops) {
 }
 
 // Rows wide enough that the vector loops across work through their columns in several blocks
-// (a block's contributors span at most 256 source pixels, unless one column's alone span more),
+// (a block's contributors span at most 128 source pixels, unless one column's alone span more),
 // and heights that leave groups of four rows and single rows.
 TEST_P(ScaleLoops, ResamplerMatchesThePlainLoopsOnWideRows) {
   for (int32_t mode = 1; mode <= 7; ++mode) {
@@ -145,6 +151,20 @@ TEST_P(ScaleLoops, ResamplerMatchesThePlainLoopsOnWideRows) {
                        return PictureScalingQPXWith(source, mode, width, height, 0, loops);
                      },
                      20 + uint32_t(mode), {1200, 9, 6}));
+  }
+}
+
+// Whole-factor shrinks, wide and narrow, with every mode: the triangle's and the box's weights
+// sum to the factor there.
+TEST_P(ScaleLoops, ResamplerMatchesThePlainLoopsOnWholeFactorShrinks) {
+  for (int32_t mode = 1; mode <= 7; ++mode) {
+    SCOPED_TRACE("mode " + std::to_string(mode));
+    EXPECT_IN_FRESH_PROCESS(
+        CompareLoops(GetParam().config,
+                     [mode](REALpicture source, int32_t width, int32_t height, PixelLoops loops) {
+                       return PictureScalingQPXWith(source, mode, width, height, 0, loops);
+                     },
+                     40 + uint32_t(mode), {1200, 40, 8, true}));
   }
 }
 
