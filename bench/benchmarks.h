@@ -20,6 +20,7 @@ struct ScaleJob {
 };
 inline constexpr ScaleJob kShrink{"shrink", kLarge, kSmall};
 inline constexpr ScaleJob kEnlarge{"enlarge", kSmall, kLarge};
+inline constexpr ScaleJob kThumbnail{"thumbnail", kLarge, kThumb};
 
 // ScaleQPX's and ScaleImageAndMaskQPX's cases: a resize job and their AntiAlias argument.
 struct ScaleCase {

@@ -51,7 +51,7 @@ void RegisterFloorBenchmarks(qpxhost::AppKind app, const char* appName) {
   benchmark::RegisterBenchmark(("ReadWrite/" + name + "/" + kShrink.name).c_str(), BM_Copy, app,
                                kShrink.from, kShrink.to)
       ->Unit(benchmark::kMillisecond);
-  for (Size size : {kLarge, kSmall}) {
+  for (Size size : {kLarge, kSmall, kThumb}) {
     benchmark::RegisterBenchmark(("NewPicture/" + name + "/" + size.Name()).c_str(), BM_NewPicture,
                                  app, size)
         ->Unit(benchmark::kMillisecond);

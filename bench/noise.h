@@ -22,6 +22,8 @@ struct Size {
 
 inline constexpr Size kLarge{4000, 3000};
 inline constexpr Size kSmall{1000, 750};
+// A thumbnail of kLarge, a tenth on each side.
+inline constexpr Size kThumb{400, 300};
 
 // Noise from xorshift64*: nothing a filter or the memory system could take a shortcut on.
 class Noise {

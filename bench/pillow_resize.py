@@ -27,7 +27,7 @@ import sys
 
 from pillow_timing import import_pillow, noise_image, timed_runs
 
-LARGE, SMALL = (4000, 3000), (1000, 750)
+LARGE, SMALL, THUMB = (4000, 3000), (1000, 750), (400, 300)
 
 
 def jobs():
@@ -44,6 +44,7 @@ def jobs():
     ways = {
         ("shrink", "RGB", LARGE): reduce4 + resizes(SMALL, ("BOX", "BILINEAR", "BICUBIC",
                                                             "LANCZOS")),
+        ("thumbnail", "RGB", LARGE): resizes(THUMB, ("BOX", "BILINEAR", "BICUBIC", "LANCZOS")),
         ("enlarge", "RGB", SMALL): resizes(LARGE, ("NEAREST", "BOX", "BILINEAR", "BICUBIC",
                                                     "LANCZOS")),
         ("shrink-rgba", "RGBA", LARGE): reduce4 + resizes(SMALL, ("BOX",)),
