@@ -155,10 +155,14 @@ VerticalFn<Out> VerticalFor(PixelLoops loops) {
 }
 
 // --- Vector loops across: rows converted to doubles once (converted_rows.h) ---------------------
-// Source pixels a block of columns spans at most, unless one column alone spans more: 256
-// converted pixels of four rows take 24 KB, which stay in the first-level cache while the
-// block's taps read them again and again.
+// Source pixels a block of columns spans at most: 128 converted pixels of eight rows take 24 KB,
+// which stay in the first-level cache while the block's taps read them again and again. Where
+// columns' contributors span more (a strong shrink with a wide kernel), a block spans
+// kBlockLists times the longest list instead, so that each source pixel is still converted
+// about once rather than once for every column whose span it falls in; the block then stays in
+// the second-level cache.
 constexpr int32_t kBlockPixels = 128;
+constexpr int64_t kBlockLists = 4;
 
 // The output columns split into blocks and their contributors as taps, worked out once per
 // pass: the columns' contributors are the same for every row.
@@ -169,6 +173,10 @@ class AcrossTaps {
         columns_(static_cast<uint64_t>(width) * sizeof(TapColumn)),
         taps_(TapCount(columns, width) * sizeof(Tap)) {
     if (!blocks_ || !columns_ || !taps_) return;
+    int64_t widestList = 0;
+    for (int32_t i = 0; i < width; ++i)
+      widestList = std::max<int64_t>(widestList, columns[i].count);
+    const int64_t blockPixels = std::max<int64_t>(kBlockPixels, kBlockLists * widestList);
     ColumnBlock block = {0, 0, INT32_MAX, INT32_MIN};
     for (int32_t i = 0; i < width; ++i) {
       int32_t lo = INT32_MAX, hi = INT32_MIN;
@@ -178,7 +186,7 @@ class AcrossTaps {
       }
       const int32_t blockLo = std::min(block.lo, lo), blockHi = std::max(block.hi, hi);
       if (block.end > block.first && blockLo <= blockHi &&
-          int64_t{blockHi} - blockLo >= kBlockPixels) {
+          int64_t{blockHi} - blockLo >= blockPixels) {
         Add(block);
         block = {i, i, lo, hi};
       } else {
