@@ -18,6 +18,7 @@
 #include <jerror.h>
 #include <jpeglib.h>
 #include <png.h>
+#include <zlib.h>
 
 namespace qpx {
 
@@ -162,8 +163,11 @@ bool PngReadPixels(PngIo* io, Image* image) {
 
 // `grayRow` holds a row of `image->width` bytes for PngColour::Gray, which writes the red
 // channel; libpng has no colour-to-gray conversion when writing.
-bool PngWriteRows(PngIo* io, const Image* image, PngColour colour, uint8_t* grayRow) {
+bool PngWriteRows(PngIo* io, const Image* image, PngColour colour, int compression,
+                  uint8_t* grayRow) {
   if (setjmp(png_jmpbuf(io->png))) return false;
+  png_set_compression_level(io->png, compression);
+  png_set_filter(io->png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE);
   const int colourType = colour == PngColour::Gray  ? PNG_COLOR_TYPE_GRAY
                          : colour == PngColour::Rgb ? PNG_COLOR_TYPE_RGB
                                                     : PNG_COLOR_TYPE_RGB_ALPHA;
@@ -395,8 +399,9 @@ Image ReadImage(const std::string& path, uint64_t maxPixels) {
 namespace {
 
 // Writes `image` into a new temporary file of `files`, to replace `path`.
-void StagePng(FileReplacement& files, const std::string& path, const Image& image,
-              PngColour colour) {
+void StagePng(FileReplacement& files, const PngFile& file) {
+  const std::string& path = file.path;
+  const Image& image = file.image;
   if (image.width < 1 || image.height < 1 ||
       !SizeOk(uint64_t(image.width), uint64_t(image.height))) {
     throw WriteFailure(path, "invalid image size " + std::to_string(image.width) + " x " +
@@ -405,6 +410,10 @@ void StagePng(FileReplacement& files, const std::string& path, const Image& imag
   if (image.rgba.size() != size_t(image.width) * size_t(image.height) * 4) {
     throw WriteFailure(path, "pixel buffer holds " + std::to_string(image.rgba.size()) +
                                  " bytes instead of width * height * 4");
+  }
+  if (file.compression < 0 || file.compression > 9) {
+    throw WriteFailure(
+        path, "PNG compression " + std::to_string(file.compression) + " is not within 0 to 9");
   }
 
   PngIo io{};
@@ -418,8 +427,8 @@ void StagePng(FileReplacement& files, const std::string& path, const Image& imag
   if (io.png == nullptr || io.info == nullptr) throw WriteFailure(path, "out of memory");
   png_set_write_fn(io.png, &io, PngWriteData, PngFlush);
 
-  std::vector<uint8_t> grayRow(colour == PngColour::Gray ? size_t(image.width) : 0);
-  if (!PngWriteRows(&io, &image, colour, grayRow.data())) {
+  std::vector<uint8_t> grayRow(file.colour == PngColour::Gray ? size_t(image.width) : 0);
+  if (!PngWriteRows(&io, &image, file.colour, file.compression, grayRow.data())) {
     throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
   }
 }
@@ -428,7 +437,7 @@ void StagePng(FileReplacement& files, const std::string& path, const Image& imag
 
 void WritePngFiles(const std::vector<PngFile>& files) {
   FileReplacement replacement;
-  for (const PngFile& file : files) StagePng(replacement, file.path, file.image, file.colour);
+  for (const PngFile& file : files) StagePng(replacement, file);
   replacement.Commit();
 }
 
@@ -438,6 +447,20 @@ void WritePng(const std::string& path, const Image& image, bool withAlpha) {
 
 void WriteGrayPng(const std::string& path, const Image& image) {
   WritePngFiles({{path, image, PngColour::Gray}});
+}
+
+#define QPX_STRINGIFY_TOKENS(...) #__VA_ARGS__
+#define QPX_STRINGIFY(...) QPX_STRINGIFY_TOKENS(__VA_ARGS__)
+
+std::string ImageLibraryVersions() {
+#ifdef LIBJPEG_TURBO_VERSION
+  const std::string jpeg = "libjpeg-turbo " QPX_STRINGIFY(LIBJPEG_TURBO_VERSION) " (libjpeg API " +
+                           std::to_string(JPEG_LIB_VERSION) + ")";
+#else
+  const std::string jpeg = "libjpeg API " + std::to_string(JPEG_LIB_VERSION);
+#endif
+  return std::string("libpng ") + png_get_libpng_ver(nullptr) + ", zlib " + zlibVersion() + ", " +
+         jpeg;
 }
 
 }  // namespace qpx

@@ -28,6 +28,10 @@ constexpr uint64_t kMaxPictureBytes = uint64_t{1} << 31;
 // libraries accept before they suspect a decompression bomb.
 constexpr uint64_t kDefaultMaxPixels = 100'000'000;
 
+// The image libraries qpx reads and writes files with, and their versions, as the libraries
+// loaded at run time report them where they can: "libpng 1.6.39, zlib 1.2.13, ...".
+std::string ImageLibraryVersions();
+
 // Whether a host can make a picture of `width` x `height` pixels.
 bool FitsHostPicture(uint64_t width, uint64_t height);
 
@@ -44,10 +48,15 @@ Image ReadImage(const std::string& path, uint64_t maxPixels = kDefaultMaxPixels)
 // How a PNG file stores an image: its red channel as gray, its colours, or colours and alpha.
 enum class PngColour { Gray, Rgb, Rgba };
 
+// zlib's effort for PNG data, 0 (stored) to 9; rows are written unfiltered, which with the
+// default of 6 writes several times faster than trying every filter, for files a little larger.
+constexpr int kDefaultPngCompression = 6;
+
 struct PngFile {
   std::string path;
   const Image& image;
   PngColour colour;
+  int compression = kDefaultPngCompression;
 };
 
 // Writes 8-bit PNG files, all of them or none, as FileReplacement does: a path that names a

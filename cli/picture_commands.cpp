@@ -167,8 +167,10 @@ void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) 
   pictures.clear();
   CheckLedger(host, what);
   std::vector<PngFile> files = {
-      {job.output, image, image.hasAlpha ? PngColour::Rgba : PngColour::Rgb}};
-  if (maskImage) files.push_back({options.maskOut, *maskImage, PngColour::Gray});
+      {job.output, image, image.hasAlpha ? PngColour::Rgba : PngColour::Rgb, options.compression}};
+  if (maskImage) {
+    files.push_back({options.maskOut, *maskImage, PngColour::Gray, options.compression});
+  }
   WritePngFiles(files);  // both or neither
 }
 

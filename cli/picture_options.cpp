@@ -37,6 +37,12 @@ void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
                   "decoding them")
       ->check(CLI::Range(uint64_t{1}, kMaxPictureBytes / 4))
       ->capture_default_str();
+  command
+      .add_option("--compression", options.compression,
+                  "zlib effort for the PNG files written, 0 (none, fastest) to 9 (smallest "
+                  "files); rows are written unfiltered")
+      ->check(CLI::Range(0, 9))
+      ->capture_default_str();
   command.footer(
       "Transparency:\n"
       "  An input file with an alpha channel gives its picture a mask of 255 - alpha (host\n"

@@ -21,11 +21,12 @@ struct PictureCommandOptions {
   std::optional<int32_t> yield;  // nullopt: qpx chooses
   std::string mask;              // image file of the mask of the picture read; empty: none
   std::string maskOut;           // file to write the result's mask into; empty: none
-  uint64_t maxPixels = kDefaultMaxPixels;  // the most pixels an input file may claim
+  uint64_t maxPixels = kDefaultMaxPixels;    // the most pixels an input file may claim
+  int compression = kDefaultPngCompression;  // of the PNG files written
 };
 
-// Adds --host, --host-version, --plugin, --layout, --alpha, --yield, --mask, --mask-out and
-// --max-pixels, and a footer telling how files and pictures carry transparency.
+// Adds --host, --host-version, --plugin, --layout, --alpha, --yield, --mask, --mask-out,
+// --max-pixels and --compression, and a footer telling how files and pictures carry transparency.
 void AddPictureOptions(CLI::App& command, PictureCommandOptions& options);
 void AddLayoutOption(CLI::App& command, PictureCommandOptions& options);
 void AddYieldOption(CLI::App& command, PictureCommandOptions& options);

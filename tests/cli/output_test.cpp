@@ -1,4 +1,8 @@
 // Where qpx writes: standard output, links, devices, pipes, and nothing half-written.
+#include <png.h>
+
+#include <CLI/Version.hpp>
+
 #include "cli_support.h"
 
 namespace qpx {
@@ -90,6 +94,89 @@ TEST_F(CliTest, SignalWhileWritingRemovesTheTemporaryFile) {
     EXPECT_EQ(run.exitCode, 128 + signal);
     EXPECT_THAT(Files(), ::testing::ElementsAre("in.png", "mask.fifo"));
   }
+}
+
+// --- PNG settings and the version ---------------------------------------------------------------
+
+// The zlib stream of a PNG file's IDAT chunks, and its header's level field (0 for zlib levels
+// 0 and 1, 1 for 2 to 5, 2 for 6, 3 for 7 to 9).
+struct PngData {
+  std::string zlib;
+  int levelField = -1;
+};
+
+PngData PngDataOf(const std::string& file) {
+  PngData data;
+  for (size_t at = 8; at + 12 <= file.size();) {
+    const auto byte = [&](size_t i) { return uint32_t(uint8_t(file[i])); };
+    const uint32_t length = byte(at) << 24 | byte(at + 1) << 16 | byte(at + 2) << 8 | byte(at + 3);
+    if (file.compare(at + 4, 4, "IDAT") == 0) data.zlib += file.substr(at + 8, length);
+    at += 12 + size_t(length);
+  }
+  if (data.zlib.size() >= 2) data.levelField = uint8_t(data.zlib[1]) >> 6;
+  return data;
+}
+
+// The filter byte of each row of an 8-bit, non-interlaced PNG of `rowBytes` bytes a row.
+std::vector<int> RowFilters(const PngData& data, size_t rowBytes, size_t rows) {
+  std::string raw((rowBytes + 1) * rows, '\0');
+  uLongf size = raw.size();
+  EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(raw.data()), &size,
+                       reinterpret_cast<const Bytef*>(data.zlib.data()), data.zlib.size()),
+            Z_OK);
+  EXPECT_EQ(size, raw.size());
+  std::vector<int> filters;
+  for (size_t row = 0; row < rows; ++row) filters.push_back(uint8_t(raw[row * (rowBytes + 1)]));
+  return filters;
+}
+
+TEST_F(CliTest, CompressionSetsTheEffortOfEveryPngWrittenAndRowsAreUnfiltered) {
+  const Image input = RandomImage(64, 48, true);
+  WritePng(Path("in.png"), input, true);
+  const struct {
+    std::vector<std::string> option;
+    int levelField;
+  } cases[] = {{{}, 2},
+               {{"--compression", "0"}, 0},
+               {{"--compression", "1"}, 0},
+               {{"--compression", "4"}, 1},
+               {{"--compression", "6"}, 2},
+               {{"--compression", "9"}, 3}};
+  std::vector<size_t> sizes;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.option.empty() ? "default" : c.option[1]);
+    std::vector<std::string> args = {"convert", "in.png", "out.png", "--mask-out", "mask.png"};
+    args.insert(args.end(), c.option.begin(), c.option.end());
+    const QpxRun run = Qpx(args);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(ReadImage(Path("out.png")).rgba == input.rgba);
+    const PngData out = PngDataOf(ReadAll(Path("out.png")));
+    const PngData mask = PngDataOf(ReadAll(Path("mask.png")));
+    EXPECT_EQ(out.levelField, c.levelField);
+    EXPECT_EQ(mask.levelField, c.levelField);
+    EXPECT_THAT(RowFilters(out, 4 * size_t(input.width), size_t(input.height)), ::testing::Each(0));
+    EXPECT_THAT(RowFilters(mask, size_t(input.width), size_t(input.height)), ::testing::Each(0));
+    sizes.push_back(ReadAll(Path("out.png")).size());
+  }
+  EXPECT_GT(sizes[1], sizes[5]);  // stored is larger than the most effort
+
+  const QpxRun bad = Qpx({"convert", "in.png", "out2.png", "--compression", "10"});
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_EQ(bad.err,
+            "qpx: --compression: Value 10 not in range 0 to 9 (see 'qpx convert --help')\n");
+  EXPECT_FALSE(fs::exists(Path("out2.png")));
+}
+
+TEST_F(CliTest, VersionNamesTheProductAndTheLibrariesItReadsAndWritesWith) {
+  const QpxRun run = Qpx({"--version"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  const std::string first = run.out.substr(0, run.out.find('\n'));
+  EXPECT_EQ(first, "qpx " QPX_VERSION);
+  EXPECT_THAT(run.out, ::testing::HasSubstr(std::string("libpng ") + png_get_libpng_ver(nullptr)));
+  EXPECT_THAT(run.out, ::testing::HasSubstr(std::string("zlib ") + zlibVersion()));
+  EXPECT_THAT(run.out, ::testing::HasSubstr("(libjpeg API "));
+  EXPECT_THAT(run.out, ::testing::HasSubstr("CLI11 " CLI11_VERSION));
 }
 
 }  // namespace
