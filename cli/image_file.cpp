@@ -5,14 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <new>
 
 #include "file_replacement.h"
+#include "jpeg_writer.h"
 
 // jpeglib.h needs FILE and size_t declared first.
 #include <jerror.h>
@@ -161,25 +164,25 @@ bool PngReadPixels(PngIo* io, Image* image) {
   return true;
 }
 
-// `grayRow` holds a row of `image->width` bytes for PngColour::Gray, which writes the red
+// `grayRow` holds a row of `image->width` bytes for FileColour::Gray, which writes the red
 // channel; libpng has no colour-to-gray conversion when writing.
-bool PngWriteRows(PngIo* io, const Image* image, PngColour colour, int compression,
+bool PngWriteRows(PngIo* io, const Image* image, FileColour colour, int compression,
                   uint8_t* grayRow) {
   if (setjmp(png_jmpbuf(io->png))) return false;
   png_set_compression_level(io->png, compression);
   png_set_filter(io->png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE);
-  const int colourType = colour == PngColour::Gray  ? PNG_COLOR_TYPE_GRAY
-                         : colour == PngColour::Rgb ? PNG_COLOR_TYPE_RGB
-                                                    : PNG_COLOR_TYPE_RGB_ALPHA;
+  const int colourType = colour == FileColour::Gray  ? PNG_COLOR_TYPE_GRAY
+                         : colour == FileColour::Rgb ? PNG_COLOR_TYPE_RGB
+                                                     : PNG_COLOR_TYPE_RGB_ALPHA;
   png_set_IHDR(io->png, io->info, static_cast<png_uint_32>(image->width),
                static_cast<png_uint_32>(image->height), 8, colourType, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(io->png, io->info);
-  if (colour == PngColour::Rgb) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // drop the A
+  if (colour == FileColour::Rgb) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // drop the A
   const size_t stride = size_t(image->width) * 4;
   for (int32_t y = 0; y < image->height; ++y) {
     const uint8_t* row = image->rgba.data() + stride * size_t(y);
-    if (colour == PngColour::Gray) {
+    if (colour == FileColour::Gray) {
       for (int32_t x = 0; x < image->width; ++x) grayRow[x] = row[size_t(x) * 4];
       row = grayRow;
     }
@@ -399,7 +402,7 @@ Image ReadImage(const std::string& path, uint64_t maxPixels) {
 namespace {
 
 // Writes `image` into a new temporary file of `files`, to replace `path`.
-void StagePng(FileReplacement& files, const PngFile& file) {
+void StageFile(FileReplacement& files, const OutputFile& file) {
   const std::string& path = file.path;
   const Image& image = file.image;
   if (image.width < 1 || image.height < 1 ||
@@ -410,6 +413,17 @@ void StagePng(FileReplacement& files, const PngFile& file) {
   if (image.rgba.size() != size_t(image.width) * size_t(image.height) * 4) {
     throw WriteFailure(path, "pixel buffer holds " + std::to_string(image.rgba.size()) +
                                  " bytes instead of width * height * 4");
+  }
+  if (file.format == FileFormat::Jpeg) {
+    if (file.quality < 1 || file.quality > 100) {
+      throw WriteFailure(
+          path, "JPEG quality " + std::to_string(file.quality) + " is not within 1 to 100");
+    }
+    std::string error;
+    if (!WriteJpeg(files.Add(path), image, file.colour == FileColour::Gray, file.quality, error)) {
+      throw WriteFailure(path, error);
+    }
+    return;
   }
   if (file.compression < 0 || file.compression > 9) {
     throw WriteFailure(
@@ -427,7 +441,7 @@ void StagePng(FileReplacement& files, const PngFile& file) {
   if (io.png == nullptr || io.info == nullptr) throw WriteFailure(path, "out of memory");
   png_set_write_fn(io.png, &io, PngWriteData, PngFlush);
 
-  std::vector<uint8_t> grayRow(file.colour == PngColour::Gray ? size_t(image.width) : 0);
+  std::vector<uint8_t> grayRow(file.colour == FileColour::Gray ? size_t(image.width) : 0);
   if (!PngWriteRows(&io, &image, file.colour, file.compression, grayRow.data())) {
     throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
   }
@@ -435,18 +449,25 @@ void StagePng(FileReplacement& files, const PngFile& file) {
 
 }  // namespace
 
-void WritePngFiles(const std::vector<PngFile>& files) {
+FileFormat FormatOfPath(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  for (char& c : extension) c = char(std::tolower(static_cast<unsigned char>(c)));
+  return extension == ".jpg" || extension == ".jpeg" || extension == ".jpe" ? FileFormat::Jpeg
+                                                                            : FileFormat::Png;
+}
+
+void WriteImageFiles(const std::vector<OutputFile>& files) {
   FileReplacement replacement;
-  for (const PngFile& file : files) StagePng(replacement, file);
+  for (const OutputFile& file : files) StageFile(replacement, file);
   replacement.Commit();
 }
 
 void WritePng(const std::string& path, const Image& image, bool withAlpha) {
-  WritePngFiles({{path, image, withAlpha ? PngColour::Rgba : PngColour::Rgb}});
+  WriteImageFiles({{path, image, withAlpha ? FileColour::Rgba : FileColour::Rgb}});
 }
 
 void WriteGrayPng(const std::string& path, const Image& image) {
-  WritePngFiles({{path, image, PngColour::Gray}});
+  WriteImageFiles({{path, image, FileColour::Gray}});
 }
 
 #define QPX_STRINGIFY_TOKENS(...) #__VA_ARGS__

@@ -1,4 +1,4 @@
-// Reading PNG/JPEG files into 8-bit RGBA and writing PNG files atomically.
+// Reading PNG/JPEG files into 8-bit RGBA and writing PNG and JPEG files atomically.
 #pragma once
 
 #include <cstdint>
@@ -45,25 +45,36 @@ std::string QuotePath(const std::string& path);
 // little data fails before much memory is touched. Every sign of corrupt data is an error.
 Image ReadImage(const std::string& path, uint64_t maxPixels = kDefaultMaxPixels);
 
-// How a PNG file stores an image: its red channel as gray, its colours, or colours and alpha.
-enum class PngColour { Gray, Rgb, Rgba };
+// How a file stores an image: its red channel as gray, its colours, or colours and alpha.
+// JPEG files have no alpha: Rgba is written as Rgb there.
+enum class FileColour { Gray, Rgb, Rgba };
+
+enum class FileFormat { Png, Jpeg };
+
+// The format an output's name asks for: JPEG for the extensions .jpg, .jpeg and .jpe in any
+// case, PNG for anything else ("-" included).
+FileFormat FormatOfPath(const std::string& path);
 
 // zlib's effort for PNG data, 0 (stored) to 9; rows are written unfiltered, which with the
 // default of 6 writes several times faster than trying every filter, for files a little larger.
 constexpr int kDefaultPngCompression = 6;
+// libjpeg's quality for JPEG data, 1 to 100.
+constexpr int kDefaultJpegQuality = 85;
 
-struct PngFile {
+struct OutputFile {
   std::string path;
   const Image& image;
-  PngColour colour;
-  int compression = kDefaultPngCompression;
+  FileColour colour;
+  FileFormat format = FileFormat::Png;
+  int compression = kDefaultPngCompression;  // PNG only
+  int quality = kDefaultJpegQuality;         // JPEG only
 };
 
-// Writes 8-bit PNG files, all of them or none, as FileReplacement does: a path that names a
-// regular file or nothing gets a temporary file renamed over it once all are complete (an
-// existing file's permissions kept, symbolic links followed), "-" and other files such as
+// Writes 8-bit PNG or JPEG files, all of them or none, as FileReplacement does: a path that
+// names a regular file or nothing gets a temporary file renamed over it once all are complete
+// (an existing file's permissions kept, symbolic links followed), "-" and other files such as
 // devices and pipes get the data written straight through at the end.
-void WritePngFiles(const std::vector<PngFile>& files);
+void WriteImageFiles(const std::vector<OutputFile>& files);
 // Writes `image` as an 8-bit RGB (withAlpha false) or RGBA PNG, in the same way.
 void WritePng(const std::string& path, const Image& image, bool withAlpha);
 // Writes the red channel of `image` as an 8-bit gray PNG, in the same way.

@@ -43,9 +43,8 @@ int main(int argc, char** argv) {
   CLI::App app{"qpx: runs the picture plug-in's methods on image files through an emulated host"};
   app.failure_message(UsageError);
   app.require_subcommand(1);
-  app.set_version_flag("--version", std::string("qpx " QPX_VERSION "\n") +
-                                        "libraries: " + qpx::ImageLibraryVersions() +
-                                        ", CLI11 " CLI11_VERSION);
+  app.set_version_flag("--version", std::string("qpx " QPX_VERSION "\n") + "libraries: " +
+                                        qpx::ImageLibraryVersions() + ", CLI11 " CLI11_VERSION);
   qpx::AddInfoCommand(app);
   qpx::AddConvertCommand(app);
   qpx::AddBlurCommand(app);

@@ -1,9 +1,11 @@
 #include "picture_commands.h"
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 
+#include "batch.h"
 #include "progress_bar.h"
 #include "resampling_modes.h"
 
@@ -15,6 +17,47 @@ struct FileCommand {
   std::vector<std::string> inputs;
   std::string output;
 };
+
+// A command on one picture: IN OUT, or with -o any number of inputs.
+struct BatchCommand {
+  PictureCommandOptions options;
+  std::vector<std::string> files;
+  std::string batchOutput;  // -o; empty: files are IN OUT
+  unsigned jobs = 0;        // 0: one worker per processor
+};
+
+void RunBatchCommand(const BatchCommand& command, const CallMaker& makeCall) {
+  if (command.batchOutput.empty()) {
+    if (command.files.size() != 2) {
+      throw CLI::ValidationError("files",
+                                 "expected IN OUT, or -o DIR|PATTERN and one or more "
+                                 "inputs, not " +
+                                     std::to_string(command.files.size()) + " files");
+    }
+    RunPictureJob(command.options, {{command.files[0]}, command.files[1], makeCall});
+    return;
+  }
+  MakePictureHostConfig(command.options);  // its complaints before any worker starts
+  const std::vector<BatchFile> files =
+      PlanBatch(command.files, command.batchOutput, command.options.format);
+  for (const BatchFile& file : files) {
+    const std::filesystem::path folder = std::filesystem::path(file.output).parent_path();
+    std::error_code error;
+    if (!folder.empty()) std::filesystem::create_directories(folder, error);
+    if (error) {
+      throw std::runtime_error("cannot make the folder " + QuotePath(folder.string()) + ": " +
+                               error.message());
+    }
+  }
+  const int failed = RunBatch(
+      files, command.jobs != 0 ? command.jobs : ProcessorCount(), [&](const BatchFile& file) {
+        RunPictureJob(command.options, {{file.input}, file.output, makeCall, false});
+      });
+  if (failed != 0) {
+    throw std::runtime_error(std::to_string(failed) + " of " + std::to_string(files.size()) +
+                             " files failed");
+  }
+}
 
 // One input file as a positional argument: its name in the usage line and its help.
 struct InputArgument {
@@ -43,9 +86,27 @@ CLI::App* AddFilesCommand(CLI::App& app, const std::string& name, const std::str
 // is parsed.
 CLI::App* AddFileCommand(CLI::App& app, const std::string& name, const std::string& description,
                          std::function<std::optional<MethodCall>()> makeCall) {
-  return AddFilesCommand(
-      app, name, description, {{"input", "Image file to read (PNG or JPEG)"}},
-      [makeCall](const std::vector<qpxhost::HostObject*>&) { return makeCall(); });
+  auto command = std::make_shared<BatchCommand>();
+  CLI::App* sub = app.add_subcommand(name, description);
+  sub->add_option("files", command->files,
+                  "IN OUT: the image file to read (PNG or JPEG) and the file to write; with -o, "
+                  "every file named is an input")
+      ->required();
+  sub->add_option("-o,--output", command->batchOutput,
+                  "Write each input's result into this folder under the input's name (with "
+                  "--format, its extension changed), or to this name pattern: {name} is the "
+                  "input's name without its extension, {ext} its extension (-o "
+                  "'thumbs/{name}.jpg'); missing folders are made");
+  sub->add_option("-j,--jobs", command->jobs,
+                  "Worker processes for several inputs, each with its own host (default: one "
+                  "per processor)")
+      ->check(CLI::Range(1u, 1024u));
+  AddPictureOptions(*sub, command->options);
+  const CallMaker call = [makeCall](const std::vector<qpxhost::HostObject*>&) {
+    return makeCall();
+  };
+  sub->callback([command, call] { RunBatchCommand(*command, call); });
+  return sub;
 }
 
 struct ScaleArguments {
@@ -145,10 +206,13 @@ void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) 
   const std::optional<MethodCall> call = job.makeCall(arguments);
   PictureRef result;
   if (call) {
-    const YieldPlan plan = PlanYield(options.yield, ProgressBar::Wanted());
+    const YieldPlan plan = PlanYield(options.yield, job.progress && ProgressBar::Wanted());
     const int64_t total = plan.everyRow ? RowYields(*call, images[0].width, images[0].height) : 0;
-    ProgressBar bar(call->method, total);
-    host.onYield = [&bar] { bar.Advance(); };
+    std::optional<ProgressBar> bar;
+    if (job.progress) bar.emplace(call->method, total);
+    host.onYield = [&bar] {
+      if (bar) bar->Advance();
+    };
     result = RunMethod(host, pictures[0].get(), *call, plan.argument);
     host.onYield = nullptr;
   }
@@ -166,12 +230,12 @@ void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) 
   result.Reset();
   pictures.clear();
   CheckLedger(host, what);
-  std::vector<PngFile> files = {
-      {job.output, image, image.hasAlpha ? PngColour::Rgba : PngColour::Rgb, options.compression}};
+  std::vector<OutputFile> files = {OutputFileOf(
+      options, job.output, image, image.hasAlpha ? FileColour::Rgba : FileColour::Rgb)};
   if (maskImage) {
-    files.push_back({options.maskOut, *maskImage, PngColour::Gray, options.compression});
+    files.push_back(OutputFileOf(options, options.maskOut, *maskImage, FileColour::Gray));
   }
-  WritePngFiles(files);  // both or neither
+  WriteImageFiles(files);  // both or neither
 }
 
 void AddConvertCommand(CLI::App& app) {

@@ -31,6 +31,9 @@ struct PictureJob {
   std::vector<std::string> inputs;
   std::string output;
   CallMaker makeCall;
+  // Whether the method's rows may drive a progress bar on a terminal (not in a batch's
+  // workers, whose files one bar counts).
+  bool progress = true;
 };
 
 // Reads the job's inputs into a host booted from `options`, runs its call when it has one, and

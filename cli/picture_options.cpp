@@ -1,5 +1,7 @@
 #include "picture_options.h"
 
+#include <map>
+
 namespace qpx {
 
 void AddLayoutOption(CLI::App& command, PictureCommandOptions& options) {
@@ -38,6 +40,20 @@ void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
       ->check(CLI::Range(uint64_t{1}, kMaxPictureBytes / 4))
       ->capture_default_str();
   command
+      .add_option("--format", options.format,
+                  "Format of the files written: png or jpeg (default: by each file's name, JPEG "
+                  "for .jpg, .jpeg and .jpe, PNG for any other name and for -)")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, FileFormat>{
+              {"png", FileFormat::Png}, {"jpeg", FileFormat::Jpeg}, {"jpg", FileFormat::Jpeg}},
+          CLI::ignore_case));
+  command
+      .add_option("--quality", options.quality,
+                  "libjpeg quality of the JPEG files written, 1 to 100 (JPEG keeps no "
+                  "transparency: alpha is left out)")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+  command
       .add_option("--compression", options.compression,
                   "zlib effort for the PNG files written, 0 (none, fastest) to 9 (smallest "
                   "files); rows are written unfiltered")
@@ -72,6 +88,16 @@ qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options) 
     config.desktopAlphaLayout = qpxhost::AlphaLayoutPairedWith(options.layout);
   }
   return config;
+}
+
+OutputFile OutputFileOf(const PictureCommandOptions& options, const std::string& path,
+                        const Image& image, FileColour colour) {
+  return {path,
+          image,
+          colour,
+          options.format.value_or(FormatOfPath(path)),
+          options.compression,
+          options.quality};
 }
 
 qpxhost::PictureOptions MakePictureKind(const PictureCommandOptions& options) {

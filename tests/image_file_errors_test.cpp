@@ -265,8 +265,8 @@ TEST_F(ImageFileTest, FailedRenameRemovesTemporaryFile) {
 TEST_F(ImageFileTest, WritePngFilesWritesEachInItsColourType) {
   WriteBytes(Path("b.png"), {'o', 'l', 'd'});
   const Image colour = SampleImage(4, 3, true);
-  WritePngFiles(
-      {{Path("a.png"), colour, PngColour::Rgba}, {Path("b.png"), colour, PngColour::Gray}});
+  WriteImageFiles(
+      {{Path("a.png"), colour, FileColour::Rgba}, {Path("b.png"), colour, FileColour::Gray}});
   EXPECT_EQ(ReadBytes(Path("a.png"))[25], PNG_COLOR_TYPE_RGB_ALPHA);
   EXPECT_EQ(ReadOk(Path("a.png")).rgba, colour.rgba);
   EXPECT_EQ(ReadBytes(Path("b.png"))[25], PNG_COLOR_TYPE_GRAY);
@@ -282,8 +282,8 @@ TEST_F(ImageFileTest, WritePngFilesFailingLateKeepsEveryOldFile) {
   std::filesystem::create_directory(Path("dir.png"));
   const Image image = SampleImage(3, 2, false);
   try {
-    WritePngFiles(
-        {{Path("a.png"), image, PngColour::Rgb}, {Path("dir.png"), image, PngColour::Gray}});
+    WriteImageFiles(
+        {{Path("a.png"), image, FileColour::Rgb}, {Path("dir.png"), image, FileColour::Gray}});
     ADD_FAILURE() << "no error";
   } catch (const ImageError& e) {
     EXPECT_EQ(std::string(e.what()).rfind("cannot write " + Quoted(Path("dir.png")) + ": ", 0), 0u)
@@ -294,8 +294,8 @@ TEST_F(ImageFileTest, WritePngFilesFailingLateKeepsEveryOldFile) {
 
   // A file that did not exist before is not left behind.
   std::filesystem::remove(Path("a.png"));
-  EXPECT_THROW(WritePngFiles({{Path("new.png"), image, PngColour::Rgb},
-                              {Path("dir.png"), image, PngColour::Rgb}}),
+  EXPECT_THROW(WriteImageFiles({{Path("new.png"), image, FileColour::Rgb},
+                              {Path("dir.png"), image, FileColour::Rgb}}),
                ImageError);
   EXPECT_EQ(Entries(), Names{"dir.png"});
 }
@@ -306,13 +306,13 @@ TEST_F(ImageFileTest, WritePngFilesFailingEarlyWritesNothing) {
   Image broken = SampleImage(2, 2, false);
   broken.rgba.pop_back();
   const Image image = SampleImage(3, 2, false);
-  for (const auto& files : {std::vector<PngFile>{{Path("a.png"), image, PngColour::Rgb},
-                                                 {Path("b.png"), broken, PngColour::Gray}},
-                            std::vector<PngFile>{{Path("b.png"), broken, PngColour::Gray},
-                                                 {Path("a.png"), image, PngColour::Rgb}},
-                            std::vector<PngFile>{{Path("a.png"), image, PngColour::Rgb},
-                                                 {Path("missing/b.png"), image, PngColour::Rgb}}}) {
-    EXPECT_THROW(WritePngFiles(files), ImageError);
+  for (const auto& files : {std::vector<OutputFile>{{Path("a.png"), image, FileColour::Rgb},
+                                                 {Path("b.png"), broken, FileColour::Gray}},
+                            std::vector<OutputFile>{{Path("b.png"), broken, FileColour::Gray},
+                                                 {Path("a.png"), image, FileColour::Rgb}},
+                            std::vector<OutputFile>{{Path("a.png"), image, FileColour::Rgb},
+                                                 {Path("missing/b.png"), image, FileColour::Rgb}}}) {
+    EXPECT_THROW(WriteImageFiles(files), ImageError);
     EXPECT_EQ(ReadBytes(Path("b.png")), old);
     EXPECT_EQ(Entries(), Names{"b.png"});
   }

@@ -109,8 +109,8 @@ TEST_F(ImageFileTest, DeviceIsWrittenThroughNotReplaced) {
   ASSERT_EQ(stat("/dev/null", &st), 0);
   EXPECT_TRUE(S_ISCHR(st.st_mode));
   // A stream and a file together: the file is written as well.
-  WritePngFiles({{"/dev/null", SampleImage(2, 2, false), PngColour::Rgb},
-                 {Path("b.png"), SampleImage(2, 2, false), PngColour::Gray}});
+  WriteImageFiles({{"/dev/null", SampleImage(2, 2, false), FileColour::Rgb},
+                 {Path("b.png"), SampleImage(2, 2, false), FileColour::Gray}});
   EXPECT_EQ(ReadOk(Path("b.png")).width, 2);
   EXPECT_EQ(Entries(), Names{"b.png"});
 }
