@@ -144,25 +144,22 @@ std::vector<qpxhost::Value> FullArguments(const qpxhost::RegisteredMethod& metho
   return arguments;
 }
 
-// Calls f(x, y, bytes) for every pixel of `image` in row order, bytes being its R, G, B and A.
-template <typename ImageType, typename Function>
-void ForEachPixel(ImageType& image, Function f) {
-  auto* p = image.rgba.data();
-  for (int32_t y = 0; y < image.height; ++y) {
-    for (int32_t x = 0; x < image.width; ++x, p += 4) f(x, y, p);
-  }
-}
-
 // Gives `picture`, which has no mask yet, a mask of `value(bytes)` for the bytes of each pixel
 // of `source`, an image of the picture's size.
 template <typename Value>
 void AttachMask(qpxhost::Host& host, qpxhost::HostPicture& picture, const Image& source,
                 Value value) {
   picture.mask = qpxhost::NewHostMask(host, picture);  // the picture's reference
-  ForEachPixel(source, [&](int32_t x, int32_t y, const uint8_t* p) {
-    const uint8_t v = value(p);
-    picture.mask->Set(x, y, {v, v, v, 255});
-  });
+  std::vector<uint8_t> row(size_t(source.width) * 4);
+  const uint8_t* p = source.rgba.data();
+  for (int32_t y = 0; y < source.height; ++y) {
+    for (size_t x = 0; x < row.size(); x += 4, p += 4) {
+      const uint8_t v = value(p);
+      row[x] = row[x + 1] = row[x + 2] = v;
+      row[x + 3] = 255;
+    }
+    picture.mask->SetRow(y, row.data());
+  }
 }
 
 // The picture's colours, and its alpha channel when it has one.
@@ -172,13 +169,9 @@ Image PixelsOf(const qpxhost::HostPicture& picture) {
   image.height = picture.height;
   image.hasAlpha = picture.hasAlpha;
   image.rgba.resize(size_t(picture.width) * size_t(picture.height) * 4);
-  ForEachPixel(image, [&](int32_t x, int32_t y, uint8_t* p) {
-    const qpxhost::RGBA c = picture.Get(x, y);
-    p[0] = c.r;
-    p[1] = c.g;
-    p[2] = c.b;
-    p[3] = c.a;
-  });
+  for (int32_t y = 0; y < picture.height; ++y) {
+    picture.GetRow(y, image.rgba.data() + size_t(y) * size_t(picture.width) * 4);
+  }
   return image;
 }
 
@@ -242,9 +235,9 @@ PictureRef ImageToPicture(qpxhost::Host& host, const Image& image,
                                 " x " + std::to_string(image.height) + " pixels");
   }
   PictureRef picture(host, qpxhost::NewHostPicture(host, image.width, image.height, kind));
-  ForEachPixel(image, [&](int32_t x, int32_t y, const uint8_t* p) {
-    picture->Set(x, y, {p[0], p[1], p[2], p[3]});
-  });
+  for (int32_t y = 0; y < image.height; ++y) {
+    picture->SetRow(y, image.rgba.data() + size_t(y) * size_t(image.width) * 4);
+  }
   if (mask != nullptr) {
     AttachMask(host, *picture.get(), *mask, [](const uint8_t* p) { return p[0]; });
   } else if (image.hasAlpha && !kind.hasAlpha) {
@@ -260,9 +253,13 @@ Image PictureToImage(const qpxhost::HostPicture& picture) {
   if (picture.hasAlpha || mask == nullptr) return image;
   // Where a mask of another size does not reach, the picture stays opaque.
   image.hasAlpha = true;
-  ForEachPixel(image, [&](int32_t x, int32_t y, uint8_t* p) {
-    if (x < mask->width && y < mask->height) p[3] = static_cast<uint8_t>(255 - mask->Get(x, y).r);
-  });
+  std::vector<uint8_t> row(size_t(mask->width) * 4);
+  const int32_t width = std::min(image.width, mask->width);
+  for (int32_t y = 0; y < std::min(image.height, mask->height); ++y) {
+    mask->GetRow(y, row.data());
+    uint8_t* p = image.rgba.data() + size_t(y) * size_t(image.width) * 4;
+    for (int32_t x = 0; x < width; ++x) p[4 * x + 3] = static_cast<uint8_t>(255 - row[4 * x]);
+  }
   return image;
 }
 

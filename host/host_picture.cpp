@@ -119,62 +119,94 @@ const uint8_t* HostPicture::Pixel(int32_t x, int32_t y) const {
   return const_cast<HostPicture*>(this)->Row(y) + 4 * static_cast<size_t>(x);
 }
 
-RGBA HostPicture::Get(int32_t x, int32_t y) const {
-  const uint8_t* p = Pixel(x, y);
-  RGBA c;
+namespace {
+
+// Where a layout keeps each channel in a pixel's four bytes; layouts past 6 (console storage)
+// keep blue, green, red and a fourth byte.
+struct ByteOrder {
+  int r, g, b, a;
+};
+
+ByteOrder OrderOf(int32_t layout) {
   switch (layout) {
     case 1:
     case 3:
     case 5:
-      c = {p[0], p[1], p[2], p[3]};
-      break;
+      return {0, 1, 2, 3};
     case 2:
     case 4:
     case 6:
-      c = {p[1], p[2], p[3], p[0]};
-      break;
+      return {1, 2, 3, 0};
     default:
-      c = {p[2], p[1], p[0], p[3]};
-      break;
+      return {2, 1, 0, 3};
   }
+}
+
+// The colour of the pixel at `p`, as Get gives it.
+inline RGBA Decode(const uint8_t* p, ByteOrder order, bool hasAlpha, bool premultiplied) {
+  RGBA c = {p[order.r], p[order.g], p[order.b], p[order.a]};
   if (!hasAlpha) {
     c.a = 255;
-  } else if (layout == 1 || layout == 2) {
+  } else if (premultiplied) {
     c = {Unpremultiply(c.r, c.a), Unpremultiply(c.g, c.a), Unpremultiply(c.b, c.a), c.a};
   }
   return c;
 }
 
-void HostPicture::Set(int32_t x, int32_t y, RGBA c) {
-  uint8_t* p = const_cast<uint8_t*>(Pixel(x, y));
+// Stores `c` at `p`, as Set does; `opaqueFourth` is the fourth byte of a picture without alpha.
+inline void Encode(RGBA c, uint8_t* p, ByteOrder order, bool hasAlpha, bool premultiplied,
+                   uint8_t opaqueFourth) {
   if (!hasAlpha) {
-    c.a = 255;
-  } else if (layout == 1 || layout == 2) {
+    c.a = opaqueFourth;
+  } else if (premultiplied) {
     c = {Premultiply(c.r, c.a), Premultiply(c.g, c.a), Premultiply(c.b, c.a), c.a};
   }
-  switch (layout) {
-    case 1:
-    case 3:
-    case 5:
-      p[0] = c.r;
-      p[1] = c.g;
-      p[2] = c.b;
-      p[3] = c.a;
-      break;
-    case 2:
-    case 4:
-    case 6:
-      p[0] = c.a;
-      p[1] = c.r;
-      p[2] = c.g;
-      p[3] = c.b;
-      break;
-    default:
-      p[0] = c.b;
-      p[1] = c.g;
-      p[2] = c.r;
-      p[3] = hasAlpha ? c.a : 0;
-      break;
+  p[order.r] = c.r;
+  p[order.g] = c.g;
+  p[order.b] = c.b;
+  p[order.a] = c.a;
+}
+
+}  // namespace
+
+bool HostPicture::Premultiplied() const {
+  return hasAlpha && (layout == 1 || layout == 2);
+}
+
+uint8_t HostPicture::OpaqueFourth() const {
+  // Bitmaps without alpha hold 255 there; console records 0.
+  return layout >= 1 && layout <= 6 ? 255 : 0;
+}
+
+RGBA HostPicture::Get(int32_t x, int32_t y) const {
+  return Decode(Pixel(x, y), OrderOf(layout), hasAlpha, Premultiplied());
+}
+
+void HostPicture::Set(int32_t x, int32_t y, RGBA c) {
+  Encode(c, const_cast<uint8_t*>(Pixel(x, y)), OrderOf(layout), hasAlpha, Premultiplied(),
+         OpaqueFourth());
+}
+
+void HostPicture::GetRow(int32_t y, uint8_t* rgba) const {
+  const uint8_t* p = Pixel(0, y);
+  const ByteOrder order = OrderOf(layout);
+  const bool premultiplied = Premultiplied();
+  for (int32_t x = 0; x < width; ++x, p += 4, rgba += 4) {
+    const RGBA c = Decode(p, order, hasAlpha, premultiplied);
+    rgba[0] = c.r;
+    rgba[1] = c.g;
+    rgba[2] = c.b;
+    rgba[3] = c.a;
+  }
+}
+
+void HostPicture::SetRow(int32_t y, const uint8_t* rgba) {
+  uint8_t* p = Row(y);
+  const ByteOrder order = OrderOf(layout);
+  const bool premultiplied = Premultiplied();
+  const uint8_t opaqueFourth = OpaqueFourth();
+  for (int32_t x = 0; x < width; ++x, p += 4, rgba += 4) {
+    Encode({rgba[0], rgba[1], rgba[2], rgba[3]}, p, order, hasAlpha, premultiplied, opaqueFourth);
   }
 }
 

@@ -68,6 +68,10 @@ class HostPicture : public HostObject {
   // Colour of a pixel as the picture shows it (premultiplied layouts are divided back).
   RGBA Get(int32_t x, int32_t y) const;
   void Set(int32_t x, int32_t y, RGBA colour);
+  // Row y as Get gives its pixels, into `rgba` (width x 4 bytes: R, G, B, A), and from it as
+  // Set stores them: for copying whole pictures in and out.
+  void GetRow(int32_t y, uint8_t* rgba) const;
+  void SetRow(int32_t y, const uint8_t* rgba);
 
   std::vector<HostObject*> HeldReferences() const override;
 
@@ -105,6 +109,10 @@ class HostPicture : public HostObject {
 
  private:
   const uint8_t* Pixel(int32_t x, int32_t y) const;
+  // Whether colours are stored multiplied by alpha (layouts 1 and 2 with alpha).
+  bool Premultiplied() const;
+  // The fourth byte of a pixel of a picture without alpha.
+  uint8_t OpaqueFourth() const;
   // The block holding the rows, and the bytes of it that are not pixels, as (offset, length).
   const PixelMemory& Block() const;
   std::vector<std::pair<size_t, size_t>> GuardSpans() const;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "host_fixture.h"
 #include "picture_services.h"
@@ -52,6 +53,45 @@ TEST_P(PixelLayout, StoresChannelsAtTheirBytes) {
   }
   EXPECT_EQ(picture->Get(1, 0), (RGBA{10, 20, 30, 255}));
   host.Unlock(picture);
+}
+
+// Whole rows in and out give what Set and Get give pixel by pixel.
+void ExpectRowsAsPixels(Host& host, const PictureOptions& options) {
+  constexpr int32_t kWidth = 67;
+  HostPicture* byRow = NewHostPicture(host, kWidth, 2, options);
+  HostPicture* byPixel = NewHostPicture(host, kWidth, 2, options);
+  std::vector<uint8_t> row(4 * kWidth);
+  for (size_t i = 0; i < row.size(); ++i) row[i] = uint8_t(i * 97 + 13);
+  byRow->SetRow(1, row.data());
+  for (int32_t x = 0; x < kWidth; ++x) {
+    const uint8_t* p = row.data() + 4 * x;
+    byPixel->Set(x, 1, {p[0], p[1], p[2], p[3]});
+  }
+  EXPECT_EQ(0, std::memcmp(byRow->Row(1), byPixel->Row(1), 4 * kWidth));
+  std::vector<uint8_t> back(4 * kWidth);
+  byRow->GetRow(1, back.data());
+  for (int32_t x = 0; x < kWidth; ++x) {
+    const RGBA c = byRow->Get(x, 1);
+    EXPECT_EQ((RGBA{back[4 * x], back[4 * x + 1], back[4 * x + 2], back[4 * x + 3]}), c) << x;
+  }
+  host.Unlock(byRow);
+  host.Unlock(byPixel);
+}
+
+TEST_P(PixelLayout, RowsGoInAndOutAsPixelsDo) {
+  PictureOptions options;
+  options.layout = GetParam().layout;
+  options.hasAlpha = GetParam().alpha;
+  ExpectRowsAsPixels(Boot(Kind(AppKind::Desktop), false), options);
+}
+
+TEST_F(HostTest, ConsoleRowsGoInAndOutAsPixelsDo) {
+  auto& host = Boot(Kind(AppKind::Console), false);
+  for (bool alpha : {false, true}) {
+    PictureOptions options;
+    options.hasAlpha = alpha;
+    ExpectRowsAsPixels(host, options);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, PixelLayout,
