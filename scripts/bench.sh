@@ -7,8 +7,9 @@
 # and ScaleImageAndMaskQPX's next to Pillow resizing RGBA images and to ScaleQPX on the picture and
 # on its mask plus the copy of the resized mask into the result's. ScalingQPX, DrawPictureFQPX and
 # ScaleImageAndMaskQPX (with the ScaleQPX calls it is held against) run on the normal module and on
-# one built with plain loops only (in build-bench-plain). Exits 1 when a case failed (a method
-# returning nil or false, a leak), after printing what it has.
+# one built with plain loops only (in build-bench-plain). Then qpx from file to file beside the
+# vips command doing the same jobs, in wall time (bench/end_to_end.py). Exits 1 when a case
+# failed (a method returning nil or false, a leak), after printing what it has.
 # Tuning through the environment:
 #   QPX_BENCH_MIN_TIME    seconds each case runs at least, per repetition (default 1)
 #   QPX_BENCH_SCALING_MIN_TIME
@@ -41,7 +42,7 @@ QPX_WITH_BENCH=1 scripts/install-deps.sh
 
 # The peers are optional: without them their columns read n/a.
 optional=()
-for p in libopencv-dev libvips-dev libcairo2-dev python3-pil; do
+for p in libopencv-dev libvips-dev libvips-tools libcairo2-dev python3-pil; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || optional+=("$p")
 done
 if [ ${#optional[@]} -gt 0 ]; then
@@ -57,7 +58,7 @@ fi
 
 cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DQPX_BUILD_BENCH=ON -DQPX_BUILD_TESTS=OFF \
   | grep 'qpx_bench' || true
-cmake --build "$out" -j "$(nproc)" --target qpx_bench
+cmake --build "$out" -j "$(nproc)" --target qpx_bench qpx
 # The same module with its vector loops left out, for the plain path's times.
 cmake -S . -B "$plain_out" -DCMAKE_BUILD_TYPE=Release -DQPX_PLAIN_LOOPS=ON \
   -DQPX_BUILD_BENCH=OFF -DQPX_BUILD_TESTS=OFF >/dev/null
@@ -83,3 +84,8 @@ python=/usr/bin/python3
 [ -x "$python" ] || python=python3
 "$python" bench/bench_report.py "$out/qpx_bench.json" --pillow-blur "$out/pillow.txt" \
   --pillow-resize "$out/pillow_resize.txt" | tee "$out/report.md"
+
+# qpx from file to file beside the vips command (libvips-tools).
+echo
+/usr/bin/python3 -B bench/end_to_end.py --qpx "$out/bin/qpx" --runs "$pillow_runs" |
+  tee -a "$out/report.md"
