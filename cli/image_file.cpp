@@ -16,6 +16,7 @@
 
 #include "file_replacement.h"
 #include "jpeg_writer.h"
+#include "orientation.h"
 
 // jpeglib.h needs FILE and size_t declared first.
 #include <jerror.h>
@@ -230,6 +231,12 @@ Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, si
   image.height = static_cast<int32_t>(height);
   image.hasAlpha = (png_get_color_type(io.png, io.info) & PNG_COLOR_MASK_ALPHA) != 0 ||
                    png_get_valid(io.png, io.info, PNG_INFO_tRNS) != 0;
+  // An eXIf chunk before the pixels says which way up they are.
+  png_uint_32 exifSize = 0;
+  png_bytep exif = nullptr;
+  if (png_get_eXIf_1(io.png, io.info, &exifSize, &exif) != 0 && exif != nullptr) {
+    image.orientation = ExifOrientation(exif, exifSize);
+  }
   ReservePixels(path, image);
   if (!PngReadPixels(&io, &image)) throw PngReadFailure(path, io);
   return image;
@@ -264,6 +271,7 @@ bool JpegReadHeader(JpegIo* io, FILE* file) {
   if (setjmp(io->jump)) return false;
   jpeg_create_decompress(&io->cinfo);
   jpeg_stdio_src(&io->cinfo, file);
+  jpeg_save_markers(&io->cinfo, JPEG_APP0 + 1, 0xFFFF);  // EXIF, for the orientation
   jpeg_read_header(&io->cinfo, TRUE);
   return true;
 }
@@ -321,6 +329,13 @@ Image ReadJpeg(const std::string& path, FILE* file, uint64_t maxPixels) {
   Image image;
   image.width = static_cast<int32_t>(io.cinfo.image_width);
   image.height = static_cast<int32_t>(io.cinfo.image_height);
+  for (jpeg_saved_marker_ptr m = io.cinfo.marker_list; m != nullptr; m = m->next) {
+    if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 &&
+        std::memcmp(m->data, "Exif\0\0", 6) == 0) {
+      image.orientation = ExifOrientation(m->data + 6, m->data_length - 6);
+      break;
+    }
+  }
   ReservePixels(path, image);
   if (!JpegReadPixels(&io, &image)) throw corrupt();
   return image;

@@ -13,6 +13,7 @@ struct Image {
   bool hasAlpha = false;  // the file had an alpha channel (PNG gray+alpha, RGBA, palette with tRNS)
   std::vector<uint8_t> rgba;  // width*height*4 bytes, R,G,B,A per pixel, rows top to bottom,
                               // A=255 where the file has no alpha
+  int orientation = 1;        // the EXIF orientation the file gives (orientation.h), 1 as stored
 };
 
 // Every failure to read or write an image or another file; what() is a single line naming the

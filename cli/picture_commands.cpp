@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "batch.h"
+#include "orientation.h"
 #include "progress_bar.h"
 #include "resampling_modes.h"
 
@@ -185,11 +186,16 @@ void CheckMaskSize(const Image& mask, const std::string& maskPath, const Image& 
 
 void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) {
   const qpxhost::HostConfig config = MakePictureHostConfig(options);
+  // With --auto-orient each file is turned upright as its EXIF orientation asks.
+  auto read = [&options](const std::string& path) {
+    Image image = ReadImage(path, options.maxPixels);
+    return options.autoOrient ? Oriented(image, image.orientation) : image;
+  };
   std::vector<Image> images;
-  for (const std::string& input : job.inputs) images.push_back(ReadImage(input, options.maxPixels));
+  for (const std::string& input : job.inputs) images.push_back(read(input));
   std::optional<Image> mask;
   if (!options.mask.empty()) {
-    mask = ReadImage(options.mask, options.maxPixels);
+    mask = read(options.mask);
     CheckMaskSize(*mask, options.mask, images.back(), job.inputs.back());
   }
 

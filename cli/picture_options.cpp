@@ -39,6 +39,9 @@ void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
                   "decoding them")
       ->check(CLI::Range(uint64_t{1}, kMaxPictureBytes / 4))
       ->capture_default_str();
+  command.add_flag("--auto-orient", options.autoOrient,
+                   "Turn each input (and --mask) upright as its EXIF orientation says (JPEG "
+                   "APP1 Exif, PNG eXIf) before the method sees it");
   command
       .add_option("--format", options.format,
                   "Format of the files written: png or jpeg (default: by each file's name, JPEG "

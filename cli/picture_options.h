@@ -22,6 +22,7 @@ struct PictureCommandOptions {
   std::string mask;              // image file of the mask of the picture read; empty: none
   std::string maskOut;           // file to write the result's mask into; empty: none
   uint64_t maxPixels = kDefaultMaxPixels;    // the most pixels an input file may claim
+  bool autoOrient = false;                   // turn inputs upright by their EXIF orientation
   std::optional<FileFormat> format;          // of the files written; nullopt: by their names
   int compression = kDefaultPngCompression;  // of the PNG files written
   int quality = kDefaultJpegQuality;         // of the JPEG files written
@@ -32,8 +33,8 @@ OutputFile OutputFileOf(const PictureCommandOptions& options, const std::string&
                         const Image& image, FileColour colour);
 
 // Adds --host, --host-version, --plugin, --layout, --alpha, --yield, --mask, --mask-out,
-// --max-pixels, --format, --compression and --quality, and a footer telling how files and pictures
-// carry transparency.
+// --max-pixels, --auto-orient, --format, --compression and --quality, and a footer telling how
+// files and pictures carry transparency.
 void AddPictureOptions(CLI::App& command, PictureCommandOptions& options);
 void AddLayoutOption(CLI::App& command, PictureCommandOptions& options);
 void AddYieldOption(CLI::App& command, PictureCommandOptions& options);
