@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -168,7 +169,7 @@ bool PngReadPixels(PngIo* io, Image* image) {
 // `grayRow` holds a row of `image->width` bytes for FileColour::Gray, which writes the red
 // channel; libpng has no colour-to-gray conversion when writing.
 bool PngWriteRows(PngIo* io, const Image* image, FileColour colour, int compression,
-                  uint8_t* grayRow) {
+                  const std::vector<uint8_t>* icc, uint8_t* grayRow) {
   if (setjmp(png_jmpbuf(io->png))) return false;
   png_set_compression_level(io->png, compression);
   png_set_filter(io->png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE);
@@ -178,6 +179,12 @@ bool PngWriteRows(PngIo* io, const Image* image, FileColour colour, int compress
   png_set_IHDR(io->png, io->info, static_cast<png_uint_32>(image->width),
                static_cast<png_uint_32>(image->height), 8, colourType, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  if (!icc->empty()) {
+    // A profile libpng finds fault with is left out with a warning rather than failing the file.
+    png_set_benign_errors(io->png, 1);
+    png_set_iCCP(io->png, io->info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, icc->data(),
+                 png_uint_32(icc->size()));
+  }
   png_write_info(io->png, io->info);
   if (colour == FileColour::Rgb) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // drop the A
   const size_t stride = size_t(image->width) * 4;
@@ -231,6 +238,15 @@ Image ReadPng(const std::string& path, FILE* file, const unsigned char* head, si
   image.height = static_cast<int32_t>(height);
   image.hasAlpha = (png_get_color_type(io.png, io.info) & PNG_COLOR_MASK_ALPHA) != 0 ||
                    png_get_valid(io.png, io.info, PNG_INFO_tRNS) != 0;
+  png_charp profileName = nullptr;
+  int profileCompression = 0;
+  png_bytep profile = nullptr;
+  png_uint_32 profileSize = 0;
+  if (png_get_iCCP(io.png, io.info, &profileName, &profileCompression, &profile, &profileSize) !=
+          0 &&
+      profile != nullptr) {
+    image.icc.assign(profile, profile + profileSize);
+  }
   // An eXIf chunk before the pixels says which way up they are.
   png_uint_32 exifSize = 0;
   png_bytep exif = nullptr;
@@ -272,8 +288,16 @@ bool JpegReadHeader(JpegIo* io, FILE* file) {
   jpeg_create_decompress(&io->cinfo);
   jpeg_stdio_src(&io->cinfo, file);
   jpeg_save_markers(&io->cinfo, JPEG_APP0 + 1, 0xFFFF);  // EXIF, for the orientation
+  jpeg_save_markers(&io->cinfo, JPEG_APP0 + 2, 0xFFFF);  // the ICC profile's pieces
   jpeg_read_header(&io->cinfo, TRUE);
   return true;
+}
+
+// The ICC profile the APP2 markers hold, in malloc'ed memory; false when there is none or its
+// pieces do not fit together.
+bool JpegReadProfile(JpegIo* io, JOCTET** profile, unsigned int* size) {
+  if (setjmp(io->jump)) return false;
+  return jpeg_read_icc_profile(&io->cinfo, profile, size) != 0 && *profile != nullptr;
 }
 
 // Decodes as RGB straight into the RGBA buffer, widening each row in place from its end.
@@ -335,6 +359,12 @@ Image ReadJpeg(const std::string& path, FILE* file, uint64_t maxPixels) {
       image.orientation = ExifOrientation(m->data + 6, m->data_length - 6);
       break;
     }
+  }
+  JOCTET* profile = nullptr;
+  unsigned int profileSize = 0;
+  if (JpegReadProfile(&io, &profile, &profileSize)) {
+    image.icc.assign(profile, profile + profileSize);
+    std::free(profile);
   }
   ReservePixels(path, image);
   if (!JpegReadPixels(&io, &image)) throw corrupt();
@@ -429,13 +459,17 @@ void StageFile(FileReplacement& files, const OutputFile& file) {
     throw WriteFailure(path, "pixel buffer holds " + std::to_string(image.rgba.size()) +
                                  " bytes instead of width * height * 4");
   }
+  static const std::vector<uint8_t> kNone;
+  const std::vector<uint8_t>& icc =
+      file.colour != FileColour::Gray && IsRgbIccProfile(file.icc) ? file.icc : kNone;
   if (file.format == FileFormat::Jpeg) {
     if (file.quality < 1 || file.quality > 100) {
       throw WriteFailure(
           path, "JPEG quality " + std::to_string(file.quality) + " is not within 1 to 100");
     }
     std::string error;
-    if (!WriteJpeg(files.Add(path), image, file.colour == FileColour::Gray, file.quality, error)) {
+    if (!WriteJpeg(files.Add(path), image, file.colour == FileColour::Gray, file.quality, icc,
+                   error)) {
       throw WriteFailure(path, error);
     }
     return;
@@ -457,12 +491,21 @@ void StageFile(FileReplacement& files, const OutputFile& file) {
   png_set_write_fn(io.png, &io, PngWriteData, PngFlush);
 
   std::vector<uint8_t> grayRow(file.colour == FileColour::Gray ? size_t(image.width) : 0);
-  if (!PngWriteRows(&io, &image, file.colour, file.compression, grayRow.data())) {
+  if (!PngWriteRows(&io, &image, file.colour, file.compression, &icc, grayRow.data())) {
     throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
   }
 }
 
 }  // namespace
+
+bool IsRgbIccProfile(const std::vector<uint8_t>& profile) {
+  constexpr size_t kHeaderAndTagCount = 132;
+  if (profile.size() < kHeaderAndTagCount || profile.size() > 0xFFFFFFFFu) return false;
+  const size_t declared = size_t(profile[0]) << 24 | size_t(profile[1]) << 16 |
+                          size_t(profile[2]) << 8 | size_t(profile[3]);
+  return declared == profile.size() && std::memcmp(&profile[16], "RGB ", 4) == 0 &&
+         std::memcmp(&profile[36], "acsp", 4) == 0;
+}
 
 FileFormat FormatOfPath(const std::string& path) {
   std::string extension = std::filesystem::path(path).extension().string();

@@ -14,6 +14,7 @@ struct Image {
   std::vector<uint8_t> rgba;  // width*height*4 bytes, R,G,B,A per pixel, rows top to bottom,
                               // A=255 where the file has no alpha
   int orientation = 1;        // the EXIF orientation the file gives (orientation.h), 1 as stored
+  std::vector<uint8_t> icc;   // the file's ICC colour profile (PNG iCCP, JPEG APP2); empty: none
 };
 
 // Every failure to read or write an image or another file; what() is a single line naming the
@@ -69,7 +70,14 @@ struct OutputFile {
   FileFormat format = FileFormat::Png;
   int compression = kDefaultPngCompression;  // PNG only
   int quality = kDefaultJpegQuality;         // JPEG only
+  // An ICC profile to embed: written into colour files when it is a well-formed RGB profile,
+  // never into gray ones. Empty: none.
+  std::vector<uint8_t> icc = {};
 };
+
+// Whether `profile` is an ICC profile a colour file can carry: its header whole and saying so
+// (the size it gives, the 'acsp' signature, RGB data).
+bool IsRgbIccProfile(const std::vector<uint8_t>& profile);
 
 // Writes 8-bit PNG or JPEG files, all of them or none, as FileReplacement does: a path that
 // names a regular file or nothing gets a temporary file renamed over it once all are complete

@@ -35,7 +35,8 @@ struct JpegOut {
 void Quiet(j_common_ptr) {}
 
 // `row` holds one row of samples: width x 1 (gray) or x 3 bytes.
-bool Compress(JpegOut* io, FILE* out, const Image* image, bool gray, int quality, uint8_t* row) {
+bool Compress(JpegOut* io, FILE* out, const Image* image, bool gray, int quality,
+              const std::vector<uint8_t>* icc, uint8_t* row) {
   if (setjmp(io->jump)) return false;
   jpeg_create_compress(&io->cinfo);
   jpeg_stdio_dest(&io->cinfo, out);
@@ -46,6 +47,7 @@ bool Compress(JpegOut* io, FILE* out, const Image* image, bool gray, int quality
   jpeg_set_defaults(&io->cinfo);
   jpeg_set_quality(&io->cinfo, quality, TRUE);
   jpeg_start_compress(&io->cinfo, TRUE);
+  if (!icc->empty()) jpeg_write_icc_profile(&io->cinfo, icc->data(), unsigned(icc->size()));
   const size_t width = size_t(image->width);
   while (io->cinfo.next_scanline < io->cinfo.image_height) {
     const uint8_t* rgba = image->rgba.data() + width * 4 * io->cinfo.next_scanline;
@@ -67,14 +69,15 @@ bool Compress(JpegOut* io, FILE* out, const Image* image, bool gray, int quality
 
 }  // namespace
 
-bool WriteJpeg(FILE* out, const Image& image, bool gray, int quality, std::string& error) {
+bool WriteJpeg(FILE* out, const Image& image, bool gray, int quality,
+               const std::vector<uint8_t>& icc, std::string& error) {
   JpegOut io{};
   io.cinfo.err = jpeg_std_error(&io.err);
   io.err.error_exit = OnError;
   io.err.output_message = Quiet;
   io.cinfo.client_data = &io;
   std::vector<uint8_t> row(size_t(image.width) * (gray ? 1 : 3));
-  const bool written = Compress(&io, out, &image, gray, quality, row.data());
+  const bool written = Compress(&io, out, &image, gray, quality, &icc, row.data());
   jpeg_destroy_compress(&io.cinfo);  // safe after a failed creation too: its memory is null
   if (!written) error = io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message);
   return written;

@@ -236,10 +236,12 @@ void RunPictureJob(const PictureCommandOptions& options, const PictureJob& job) 
   result.Reset();
   pictures.clear();
   CheckLedger(host, what);
+  // The result shows the receiver's colours, in the receiver's colour space.
+  const std::vector<uint8_t>& icc = images[0].icc;
   std::vector<OutputFile> files = {OutputFileOf(
-      options, job.output, image, image.hasAlpha ? FileColour::Rgba : FileColour::Rgb)};
+      options, job.output, image, image.hasAlpha ? FileColour::Rgba : FileColour::Rgb, icc)};
   if (maskImage) {
-    files.push_back(OutputFileOf(options, options.maskOut, *maskImage, FileColour::Gray));
+    files.push_back(OutputFileOf(options, options.maskOut, *maskImage, FileColour::Gray, {}));
   }
   WriteImageFiles(files);  // both or neither
 }

@@ -42,6 +42,9 @@ void AddPictureOptions(CLI::App& command, PictureCommandOptions& options) {
   command.add_flag("--auto-orient", options.autoOrient,
                    "Turn each input (and --mask) upright as its EXIF orientation says (JPEG "
                    "APP1 Exif, PNG eXIf) before the method sees it");
+  command.add_flag("--strip", options.strip,
+                   "Write no metadata: without it the ICC colour profile of the input (of DEST "
+                   "for draw) goes into every colour file written");
   command
       .add_option("--format", options.format,
                   "Format of the files written: png or jpeg (default: by each file's name, JPEG "
@@ -94,13 +97,14 @@ qpxhost::HostConfig MakePictureHostConfig(const PictureCommandOptions& options) 
 }
 
 OutputFile OutputFileOf(const PictureCommandOptions& options, const std::string& path,
-                        const Image& image, FileColour colour) {
+                        const Image& image, FileColour colour, const std::vector<uint8_t>& icc) {
   return {path,
           image,
           colour,
           options.format.value_or(FormatOfPath(path)),
           options.compression,
-          options.quality};
+          options.quality,
+          options.strip ? std::vector<uint8_t>() : icc};
 }
 
 qpxhost::PictureOptions MakePictureKind(const PictureCommandOptions& options) {

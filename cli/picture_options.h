@@ -23,18 +23,20 @@ struct PictureCommandOptions {
   std::string maskOut;           // file to write the result's mask into; empty: none
   uint64_t maxPixels = kDefaultMaxPixels;    // the most pixels an input file may claim
   bool autoOrient = false;                   // turn inputs upright by their EXIF orientation
+  bool strip = false;                        // write no metadata (the input's ICC profile)
   std::optional<FileFormat> format;          // of the files written; nullopt: by their names
   int compression = kDefaultPngCompression;  // of the PNG files written
   int quality = kDefaultJpegQuality;         // of the JPEG files written
 };
 
-// How `options` asks for the file at `path` to be written.
+// How `options` asks for the file at `path` to be written, carrying the colour profile `icc`
+// unless --strip.
 OutputFile OutputFileOf(const PictureCommandOptions& options, const std::string& path,
-                        const Image& image, FileColour colour);
+                        const Image& image, FileColour colour, const std::vector<uint8_t>& icc);
 
 // Adds --host, --host-version, --plugin, --layout, --alpha, --yield, --mask, --mask-out,
-// --max-pixels, --auto-orient, --format, --compression and --quality, and a footer telling how
-// files and pictures carry transparency.
+// --max-pixels, --auto-orient, --strip, --format, --compression and --quality, and a footer telling
+// how files and pictures carry transparency.
 void AddPictureOptions(CLI::App& command, PictureCommandOptions& options);
 void AddLayoutOption(CLI::App& command, PictureCommandOptions& options);
 void AddYieldOption(CLI::App& command, PictureCommandOptions& options);

@@ -200,9 +200,13 @@ inline Image SampleImage(int width, int height, bool varyAlpha) {
   image.width = width;
   image.height = height;
   image.hasAlpha = varyAlpha;
+  image.rgba.resize(size_t(width) * size_t(height) * 4);
   for (int i = 0; i < width * height; ++i) {
-    image.rgba.insert(image.rgba.end(), {uint8_t(i * 37), uint8_t(255 - i * 11), uint8_t(i * i),
-                                         uint8_t(varyAlpha ? i * 29 + 3 : 255)});
+    uint8_t* p = &image.rgba[size_t(i) * 4];
+    p[0] = uint8_t(i * 37);
+    p[1] = uint8_t(255 - i * 11);
+    p[2] = uint8_t(i * i);
+    p[3] = uint8_t(varyAlpha ? i * 29 + 3 : 255);
   }
   return image;
 }
