@@ -295,7 +295,7 @@ TEST_F(ImageFileTest, WritePngFilesFailingLateKeepsEveryOldFile) {
   // A file that did not exist before is not left behind.
   std::filesystem::remove(Path("a.png"));
   EXPECT_THROW(WriteImageFiles({{Path("new.png"), image, FileColour::Rgb},
-                              {Path("dir.png"), image, FileColour::Rgb}}),
+                                {Path("dir.png"), image, FileColour::Rgb}}),
                ImageError);
   EXPECT_EQ(Entries(), Names{"dir.png"});
 }
@@ -306,12 +306,13 @@ TEST_F(ImageFileTest, WritePngFilesFailingEarlyWritesNothing) {
   Image broken = SampleImage(2, 2, false);
   broken.rgba.pop_back();
   const Image image = SampleImage(3, 2, false);
-  for (const auto& files : {std::vector<OutputFile>{{Path("a.png"), image, FileColour::Rgb},
-                                                 {Path("b.png"), broken, FileColour::Gray}},
-                            std::vector<OutputFile>{{Path("b.png"), broken, FileColour::Gray},
-                                                 {Path("a.png"), image, FileColour::Rgb}},
-                            std::vector<OutputFile>{{Path("a.png"), image, FileColour::Rgb},
-                                                 {Path("missing/b.png"), image, FileColour::Rgb}}}) {
+  for (const auto& files :
+       {std::vector<OutputFile>{{Path("a.png"), image, FileColour::Rgb},
+                                {Path("b.png"), broken, FileColour::Gray}},
+        std::vector<OutputFile>{{Path("b.png"), broken, FileColour::Gray},
+                                {Path("a.png"), image, FileColour::Rgb}},
+        std::vector<OutputFile>{{Path("a.png"), image, FileColour::Rgb},
+                                {Path("missing/b.png"), image, FileColour::Rgb}}}) {
     EXPECT_THROW(WriteImageFiles(files), ImageError);
     EXPECT_EQ(ReadBytes(Path("b.png")), old);
     EXPECT_EQ(Entries(), Names{"b.png"});

@@ -110,7 +110,7 @@ TEST_F(ImageFileTest, DeviceIsWrittenThroughNotReplaced) {
   EXPECT_TRUE(S_ISCHR(st.st_mode));
   // A stream and a file together: the file is written as well.
   WriteImageFiles({{"/dev/null", SampleImage(2, 2, false), FileColour::Rgb},
-                 {Path("b.png"), SampleImage(2, 2, false), FileColour::Gray}});
+                   {Path("b.png"), SampleImage(2, 2, false), FileColour::Gray}});
   EXPECT_EQ(ReadOk(Path("b.png")).width, 2);
   EXPECT_EQ(Entries(), Names{"b.png"});
 }
