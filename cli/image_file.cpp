@@ -14,10 +14,12 @@
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <thread>
 
 #include "file_replacement.h"
 #include "jpeg_writer.h"
 #include "orientation.h"
+#include "png_deflate.h"
 
 // jpeglib.h needs FILE and size_t declared first.
 #include <jerror.h>
@@ -166,13 +168,32 @@ bool PngReadPixels(PngIo* io, Image* image) {
   return true;
 }
 
-// `grayRow` holds a row of `image->width` bytes for FileColour::Gray, which writes the red
-// channel; libpng has no colour-to-gray conversion when writing.
-bool PngWriteRows(PngIo* io, const Image* image, FileColour colour, int compression,
-                  const std::vector<uint8_t>* icc, uint8_t* grayRow) {
+// The rows of `image` as PNG image data before compression: each row a filter byte of 0 (no
+// filter) and its samples, red only for gray.
+std::vector<uint8_t> UnfilteredRows(const Image& image, FileColour colour) {
+  const size_t channels = colour == FileColour::Gray ? 1 : colour == FileColour::Rgb ? 3 : 4;
+  const size_t width = size_t(image.width), rowBytes = 1 + width * channels;
+  std::vector<uint8_t> rows(rowBytes * size_t(image.height));
+  for (size_t y = 0; y < size_t(image.height); ++y) {
+    const uint8_t* from = image.rgba.data() + y * width * 4;
+    uint8_t* to = rows.data() + y * rowBytes;
+    *to++ = 0;
+    if (channels == 4) {
+      std::memcpy(to, from, width * 4);
+      continue;
+    }
+    for (size_t x = 0; x < width; ++x, from += 4, to += channels) {
+      for (size_t c = 0; c < channels; ++c) to[c] = from[c];
+    }
+  }
+  return rows;
+}
+
+// Writes the file around image data already compressed (`data`, a zlib stream): the header
+// chunks by libpng, then the data in IDAT chunks of at most a mebibyte, then IEND.
+bool PngWriteFile(PngIo* io, const Image* image, FileColour colour, const std::vector<uint8_t>* icc,
+                  const std::vector<uint8_t>* data) {
   if (setjmp(png_jmpbuf(io->png))) return false;
-  png_set_compression_level(io->png, compression);
-  png_set_filter(io->png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE);
   const int colourType = colour == FileColour::Gray  ? PNG_COLOR_TYPE_GRAY
                          : colour == FileColour::Rgb ? PNG_COLOR_TYPE_RGB
                                                      : PNG_COLOR_TYPE_RGB_ALPHA;
@@ -186,17 +207,12 @@ bool PngWriteRows(PngIo* io, const Image* image, FileColour colour, int compress
                  png_uint_32(icc->size()));
   }
   png_write_info(io->png, io->info);
-  if (colour == FileColour::Rgb) png_set_filler(io->png, 0, PNG_FILLER_AFTER);  // drop the A
-  const size_t stride = size_t(image->width) * 4;
-  for (int32_t y = 0; y < image->height; ++y) {
-    const uint8_t* row = image->rgba.data() + stride * size_t(y);
-    if (colour == FileColour::Gray) {
-      for (int32_t x = 0; x < image->width; ++x) grayRow[x] = row[size_t(x) * 4];
-      row = grayRow;
-    }
-    png_write_row(io->png, row);
+  constexpr size_t kChunk = size_t{1} << 20;
+  for (size_t at = 0; at < data->size(); at += kChunk) {
+    png_write_chunk(io->png, reinterpret_cast<png_const_bytep>("IDAT"), data->data() + at,
+                    std::min(kChunk, data->size() - at));
   }
-  png_write_end(io->png, nullptr);
+  png_write_chunk(io->png, reinterpret_cast<png_const_bytep>("IEND"), nullptr, 0);
   return true;
 }
 
@@ -490,8 +506,12 @@ void StageFile(FileReplacement& files, const OutputFile& file) {
   if (io.png == nullptr || io.info == nullptr) throw WriteFailure(path, "out of memory");
   png_set_write_fn(io.png, &io, PngWriteData, PngFlush);
 
-  std::vector<uint8_t> grayRow(file.colour == FileColour::Gray ? size_t(image.width) : 0);
-  if (!PngWriteRows(&io, &image, file.colour, file.compression, &icc, grayRow.data())) {
+  // Compressed on every processor, in pieces fixed by the data alone (png_deflate.h).
+  const std::vector<uint8_t> rows = UnfilteredRows(image, file.colour);
+  const std::vector<uint8_t> data = DeflatePieces(rows.data(), rows.size(), file.compression,
+                                                  std::thread::hardware_concurrency());
+  if (data.empty()) throw WriteFailure(path, "out of memory");
+  if (!PngWriteFile(&io, &image, file.colour, &icc, &data)) {
     throw WriteFailure(path, io.sysErrno != 0 ? ErrnoText(io.sysErrno) : std::string(io.message));
   }
 }
