@@ -14,11 +14,11 @@ int ExifOrientation(const uint8_t* tiff, size_t size) {
   };
   if (u16(2) != 42) return 1;
   const size_t directory = u32(4);
-  if (directory > size - 2) return 1;
+  if (directory + 2 > size) return 1;
   const size_t entries = u16(directory);
   for (size_t i = 0; i < entries; ++i) {
     const size_t entry = directory + 2 + 12 * i;
-    if (entry > size - 12) return 1;
+    if (entry + 12 > size) return 1;
     constexpr uint32_t kOrientation = 0x0112, kShort = 3;
     if (u16(entry) != kOrientation) continue;
     if (u16(entry + 2) != kShort || u32(entry + 4) != 1) return 1;
