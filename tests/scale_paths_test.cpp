@@ -126,46 +126,35 @@ TEST_P(ScaleLoops, EnlargementMatchesThePlainLoops) {
   EXPECT_IN_FRESH_PROCESS(CompareLoops(GetParam().config, ScalePictureNiceBiggerWith, 2));
 }
 
-// Every mode of the resampler, shrinking and enlarging.
-TEST_P(ScaleLoops, ResamplerMatchesThePlainLoops) {
+// CompareLoops for the resampler in each mode, mode m with seed `seed` + m.
+void CompareEveryMode(const HostConfig& config, uint32_t seed, Sources sources = {}) {
   for (int32_t mode = 1; mode <= 7; ++mode) {
     SCOPED_TRACE("mode " + std::to_string(mode));
     EXPECT_IN_FRESH_PROCESS(CompareLoops(
-        GetParam().config,
+        config,
         [mode](REALpicture source, int32_t width, int32_t height, PixelLoops loops) {
           return PictureScalingQPXWith(source, mode, width, height, 0, loops);
         },
-        3 + uint32_t(mode)));
+        seed + uint32_t(mode), sources));
   }
 }
 
+// Every mode of the resampler, shrinking and enlarging.
+TEST_P(ScaleLoops, ResamplerMatchesThePlainLoops) {
+  CompareEveryMode(GetParam().config, 3);
+}
+
 // Rows wide enough that the vector loops across work through their columns in several blocks
-// (a block's contributors span at most 128 source pixels, unless one column's alone span more),
-// and heights that leave groups of four rows and single rows.
+// (a block's contributors span at most 128 source pixels, or four times the longest list where
+// that is more), and heights that leave groups of eight rows and single rows.
 TEST_P(ScaleLoops, ResamplerMatchesThePlainLoopsOnWideRows) {
-  for (int32_t mode = 1; mode <= 7; ++mode) {
-    SCOPED_TRACE("mode " + std::to_string(mode));
-    EXPECT_IN_FRESH_PROCESS(
-        CompareLoops(GetParam().config,
-                     [mode](REALpicture source, int32_t width, int32_t height, PixelLoops loops) {
-                       return PictureScalingQPXWith(source, mode, width, height, 0, loops);
-                     },
-                     20 + uint32_t(mode), {1200, 9, 6}));
-  }
+  CompareEveryMode(GetParam().config, 20, {1200, 9, 6});
 }
 
 // Whole-factor shrinks, wide and narrow, with every mode: the triangle's and the box's weights
 // sum to the factor there.
 TEST_P(ScaleLoops, ResamplerMatchesThePlainLoopsOnWholeFactorShrinks) {
-  for (int32_t mode = 1; mode <= 7; ++mode) {
-    SCOPED_TRACE("mode " + std::to_string(mode));
-    EXPECT_IN_FRESH_PROCESS(
-        CompareLoops(GetParam().config,
-                     [mode](REALpicture source, int32_t width, int32_t height, PixelLoops loops) {
-                       return PictureScalingQPXWith(source, mode, width, height, 0, loops);
-                     },
-                     40 + uint32_t(mode), {1200, 40, 8, true}));
-  }
+  CompareEveryMode(GetParam().config, 40, {1200, 40, 8, true});
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, ScaleLoops, ::testing::ValuesIn(Variants()),
